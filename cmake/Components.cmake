@@ -1,0 +1,49 @@
+# tsuc_component(NAME [SHARED] SOURCES Stem... [TESTS Stem...] [LINK target...] [TEST_LINK target...])
+#
+# One library from Stem.cpp of each stem, and one test program NAME_test from the Stem_test.cpp that stand beside them
+# (and of the stems after TESTS, whose code is in a header). script/check-tree fails on a test file that no build file
+# names.
+function(tsuc_component name)
+  cmake_parse_arguments(arg "SHARED" "" "SOURCES;TESTS;LINK;TEST_LINK" ${ARGN})
+  set(type STATIC)
+  if(arg_SHARED)
+    set(type SHARED)
+  endif()
+  set(sources ${arg_SOURCES})
+  list(TRANSFORM sources APPEND .cpp)
+  add_library(${name} ${type} ${sources})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(${name} PUBLIC ${arg_LINK} PRIVATE tsuc_options)
+
+  set(tests "")
+  foreach(stem IN LISTS arg_SOURCES arg_TESTS)
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${stem}_test.cpp)
+      list(APPEND tests ${stem}_test.cpp)
+    endif()
+  endforeach()
+  if(tests)
+    tsuc_test(${name}_test SOURCES ${tests} LINK ${name} ${arg_TEST_LINK})
+  endif()
+endfunction()
+
+# tsuc_test(NAME SOURCES file... LINK target...): a GoogleTest program, each of its tests known to ctest. Tests that
+# read the test certificates find them through TSUC_TEST_PKI, made once before the first of them (tests/pki).
+function(tsuc_test name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gmock_main tsuc_options)
+  include(GoogleTest)
+  gtest_discover_tests(${name}
+    DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT 120 FIXTURES_REQUIRED test_pki
+               ENVIRONMENT "TSUC_TEST_PKI=${PROJECT_BINARY_DIR}/test-pki")
+endfunction()
+
+# tsuc_program(NAME SOURCES file... LINK target...)
+function(tsuc_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(${name} PRIVATE ${arg_LINK} tsuc_options)
+endfunction()

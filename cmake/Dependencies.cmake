@@ -1,0 +1,11 @@
+# Everything comes as a Debian package; script/setup installs them.
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(GTest REQUIRED)
+find_package(benchmark REQUIRED)
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+pkg_check_modules(Botan REQUIRED IMPORTED_TARGET botan-2>=2.11.0)
+pkg_check_modules(SQLite REQUIRED IMPORTED_TARGET sqlite3)
+pkg_check_modules(TomlPlusPlus REQUIRED IMPORTED_TARGET tomlplusplus)
+pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
+find_path(JSMN_INCLUDE_DIR jsmn.h REQUIRED)

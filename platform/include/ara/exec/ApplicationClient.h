@@ -1,0 +1,24 @@
+/// How a process tells execution management in which state it is.
+#ifndef ARA_EXEC_APPLICATIONCLIENT_H
+#define ARA_EXEC_APPLICATIONCLIENT_H
+
+#include <cstdint>
+
+namespace ara::exec {
+
+/// States that a process reports of itself.
+enum class ApplicationState : std::uint8_t {
+  kRunning = 0,
+  kTerminating = 1,
+};
+
+/// A short-lived handle; any thread, any number at a time.
+class ApplicationClient {
+ public:
+  /// Does not block and does not throw; a report that cannot be delivered is logged by the platform.
+  void ReportApplicationState(ApplicationState state) noexcept;
+};
+
+}  // namespace ara::exec
+
+#endif
