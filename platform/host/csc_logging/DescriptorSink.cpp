@@ -1,0 +1,61 @@
+#include "platform/host/csc_logging/DescriptorSink.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+#include "platform/host/csc_logging/LineFormat.h"
+
+namespace platform_host {
+
+DescriptorSink::DescriptorSink(int descriptor, Style lineStyle, std::string applicationId)
+    : fd(descriptor), style(lineStyle), application(std::move(applicationId)) {}
+
+DescriptorSink::DescriptorSink(support::UniqueFd descriptor, std::string applicationId)
+    : owned(std::move(descriptor)),
+      fd(owned.Get()),
+      style(Style::kTimestamp),
+      application(std::move(applicationId)) {}
+
+void DescriptorSink::Write(LogLevel level, std::string_view text) noexcept {
+  const int callersErrno = errno;
+  try {
+    const std::string line =
+        style == Style::kJournal
+            ? FormatJournalLine(level, application, text)
+            : FormatLine(level, application, text, std::chrono::system_clock::now());
+    while (::write(fd, line.data(), line.size()) < 0 && errno == EINTR) {
+    }
+  } catch (const std::bad_alloc&) {
+    // The line is lost, as on a full disk.
+  }
+  errno = callersErrno;
+}
+
+bool IsJournal(int descriptor, const char* journalStream) {
+  struct stat status {};
+  if (journalStream == nullptr || ::fstat(descriptor, &status) != 0) return false;
+  return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == journalStream;
+}
+
+std::shared_ptr<LogSink> MakeStandardErrorSink(const std::string& applicationId) {
+  const auto style = IsJournal(STDERR_FILENO, std::getenv("JOURNAL_STREAM"))
+                         ? DescriptorSink::Style::kJournal
+                         : DescriptorSink::Style::kTimestamp;
+  return std::make_shared<DescriptorSink>(STDERR_FILENO, style, applicationId);
+}
+
+std::shared_ptr<LogSink> OpenFileSink(const std::string& path, const std::string& applicationId) {
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  support::UniqueFd file(::open(path.c_str(), kFlags, 0640));
+  if (!file.IsOpen()) return nullptr;
+  return std::make_shared<DescriptorSink>(std::move(file), applicationId);
+}
+
+}  // namespace platform_host
