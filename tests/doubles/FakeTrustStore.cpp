@@ -1,0 +1,76 @@
+#include "tests/doubles/FakeTrustStore.h"
+
+namespace tests {
+namespace {
+
+bool HoldsCertificate(const std::string& pem) {
+  return pem.find("-----BEGIN CERTIFICATE-----") != std::string::npos;
+}
+
+}  // namespace
+
+bool FakeTrustStore::Due(unsigned& countdown) {
+  return countdown > 0 && --countdown == 0;
+}
+
+int FakeTrustStore::ReadCertificateBundle(const std::string& name, std::string& pem) {
+  const support::MutexLock lock(mutex);
+  calls.push_back("read " + name);
+  pem.clear();
+  if (Due(readsUntilFailure)) return 1;
+  for (const Bundles* layer : {&installed, &provisioned}) {
+    const auto found = layer->find(name);
+    if (found == layer->end() || !HoldsCertificate(found->second)) continue;
+    pem = found->second;
+    return 0;
+  }
+  return 1;
+}
+
+int FakeTrustStore::InstallCertificateBundle(const std::string& name, const std::string& pem) {
+  const support::MutexLock lock(mutex);
+  calls.push_back("install " + name);
+  if (Due(installsUntilFailure) || name.size() > kNameLimit) return 1;
+  installed[name] = pem;
+  return 0;
+}
+
+int FakeTrustStore::RemoveAllTrustStores() {
+  const support::MutexLock lock(mutex);
+  calls.emplace_back("remove all");
+  if (Due(removalsUntilFailure)) return 1;
+  installed.clear();
+  return 0;
+}
+
+void FakeTrustStore::Provision(const std::string& name, const std::string& pem) {
+  const support::MutexLock lock(mutex);
+  provisioned[name] = pem;
+}
+
+void FakeTrustStore::FailRead(unsigned nth) {
+  const support::MutexLock lock(mutex);
+  readsUntilFailure = nth;
+}
+
+void FakeTrustStore::FailInstall(unsigned nth) {
+  const support::MutexLock lock(mutex);
+  installsUntilFailure = nth;
+}
+
+void FakeTrustStore::FailRemoval(unsigned nth) {
+  const support::MutexLock lock(mutex);
+  removalsUntilFailure = nth;
+}
+
+FakeTrustStore::Bundles FakeTrustStore::Installed() const {
+  const support::MutexLock lock(mutex);
+  return installed;
+}
+
+std::vector<std::string> FakeTrustStore::Calls() const {
+  const support::MutexLock lock(mutex);
+  return calls;
+}
+
+}  // namespace tests
