@@ -1,0 +1,62 @@
+#!/usr/bin/python3
+"""Makes the keys and certificates that the tests read: make_pki.py OUTDIR. README.md names the files.
+
+Nothing happens when OUTDIR was made less than a day ago by these very scripts; otherwise everything is made anew and put
+in its place at once, so that a test sees a whole set or none.
+"""
+
+import hashlib
+import pathlib
+import sys
+import tempfile
+import time
+
+import chains
+import hostile
+import payload
+
+STAMP = "made-by"
+MAX_AGE_S = 24 * 3600
+
+
+def script_version():
+    digest = hashlib.sha256()
+    for script in sorted(pathlib.Path(__file__).parent.glob("*.py")):
+        digest.update(script.read_bytes())
+    return digest.hexdigest()
+
+
+def is_fresh(out):
+    try:
+        stamp = out / STAMP
+        return stamp.read_text() == script_version() and time.time() - stamp.stat().st_mtime < MAX_AGE_S
+    except OSError:
+        return False
+
+
+def make(out):
+    """Fills a folder beside `out`, the stamp last, and exchanges the two."""
+    out.parent.mkdir(parents=True, exist_ok=True)
+    with tempfile.TemporaryDirectory(dir=out.parent, prefix=f".{out.name}-") as temporary:
+        fresh = pathlib.Path(temporary) / "new"
+        chains.write_all(fresh)
+        hostile.write_all(fresh / "hostile")
+        payload.write_all(fresh / "payload")
+        (fresh / STAMP).write_text(script_version())
+        if out.exists():
+            out.rename(pathlib.Path(temporary) / "old")
+        fresh.rename(out)
+
+
+def main():
+    if len(sys.argv) != 2 or sys.argv[1].startswith("-"):
+        print("usage: make_pki.py OUTDIR", file=sys.stderr)
+        return 2
+    out = pathlib.Path(sys.argv[1]).absolute()
+    if not is_fresh(out):
+        make(out)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
