@@ -1,0 +1,51 @@
+/// The one configuration file of the host platform (docs/host-platform.md describes its keys). Its
+/// libraries ask for it when they need it; the client does not know it.
+#ifndef PLATFORM_HOST_CONFIG_HOSTCONFIG_H
+#define PLATFORM_HOST_CONFIG_HOSTCONFIG_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/host/config/LogLevel.h"
+#include "platform/host/config/Result.h"
+
+namespace platform_host {
+
+/// The settings in use; a new object holds the defaults. Plain values.
+struct HostConfig {
+  /// Largest configuration file that is read.
+  static constexpr std::size_t kSizeLimit = 65536;
+
+  /// Where the file is when the environment names none.
+  static constexpr const char* kDefaultPath = "/etc/truststore-update-client/host-platform.toml";
+
+  /// Names the file instead of kDefaultPath unless it is empty.
+  static constexpr const char* kPathVariable = "TSUC_HOST_CONFIG";
+
+  LogLevel logLevel = LogLevel::kInfo;
+  bool logToStandardError = true;
+  std::vector<std::string> logFiles;  ///< absolute paths
+  std::string trustStoreDirectory = "/var/lib/truststore-update-client/trust-store";  ///< absolute
+  std::string persistencyDirectory = "/var/lib/truststore-update-client/persistency";
+
+  /// Reads settings from `text`; what it leaves out keeps its default. Fails with "FILE:LINE: KEY:
+  /// reason" for a syntax error (which has no key), an unknown key or table, a wrong type, and a
+  /// value that cannot be used, where FILE is `fileName`; with "FILE: reason" for a text above
+  /// kSizeLimit. Touches no file.
+  static Result<HostConfig> Parse(std::string_view text, const std::string& fileName);
+
+  /// Reads settings from the file at `path`. No such file: the defaults. Fails as Parse does, and
+  /// with "PATH: reason" when the file is there and cannot be read. Blocks for the reading only.
+  static Result<HostConfig> Load(const std::string& path);
+
+  /// The configuration of this process: Load of the path that the environment names, read at the
+  /// first call for that path and then kept. The reference stays valid until the process has ended.
+  /// Any thread.
+  static const Result<HostConfig>& OfProcess();
+};
+
+}  // namespace platform_host
+
+#endif
