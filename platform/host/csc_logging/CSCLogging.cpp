@@ -1,9 +1,11 @@
 #include "csc_logging/CSCLogging.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <new>
 #include <utility>
 
+#include "platform/host/config/HostConfig.h"
 #include "platform/host/csc_logging/DescriptorSink.h"
 #include "platform/host/csc_logging/LogSinks.h"
 #include "support/Mutex.h"
@@ -71,6 +73,34 @@ void WriteLine(LogLevel level, std::string_view text) noexcept {
   }
 }
 
+/// Opens what `config` names. Reasons for what cannot be opened are appended to `failures`.
+LogSinkList OpenSinks(const HostConfig& config, const std::string& application,
+                      std::vector<Error>& failures) {
+  LogSinkList sinks;
+  if (config.logToStandardError) sinks.push_back(MakeStandardErrorSink(application));
+  for (const auto& path : config.logFiles) {
+    if (auto sink = OpenFileSink(path, application)) {
+      sinks.push_back(std::move(sink));
+    } else {
+      failures.push_back(Error::OfErrno(errno).WithContext("cannot open log file " + path));
+    }
+  }
+  return sinks;
+}
+
+void OpenConfiguredSinks(const std::string& application) {
+  const auto& result = HostConfig::OfProcess();
+  std::vector<Error> failures;
+  if (!result.Ok()) failures.push_back(result.Failure());
+  const HostConfig config = result.Ok() ? result.Value() : HostConfig{};
+  LogSinkList sinks = OpenSinks(config, application, failures);
+  if (sinks.empty()) sinks.push_back(MakeStandardErrorSink(application));
+  ReplaceLogSinks(std::move(sinks), config.logLevel);
+  for (const auto& failure : failures) {
+    csc_logging::CSCLogging::LogError(failure.WithContext("libaralog").Text());
+  }
+}
+
 }  // namespace
 
 void ReplaceLogSinks(LogSinkList sinks, LogLevel level) {
@@ -93,9 +123,7 @@ using platform_host::LogLevel;
 
 void CSCLogging::InitLogging(const std::string& applicationId) noexcept {
   try {
-    const std::string application = applicationId.substr(0, platform_host::kApplicationIdLimit);
-    platform_host::ReplaceLogSinks({platform_host::MakeStandardErrorSink(application)},
-                                   LogLevel::kInfo);
+    platform_host::OpenConfiguredSinks(applicationId.substr(0, platform_host::kApplicationIdLimit));
   } catch (const std::bad_alloc&) {
     // What was set up before goes on.
   }
