@@ -1,0 +1,112 @@
+/// Keeps two processes from changing the unit's trust store and records at once. An installation is
+/// a row of operations on both whose beginning and end nobody announces; so a process that has
+/// begun keeps the right to work for a lease after each operation, and others wait. Used by the
+/// trust store and the persistency, with one file for both.
+///
+/// The file holds who worked last and when. Byte 0 is locked while a process works; a byte of its
+/// own, far behind the text, is locked by each process for as long as it lives, so that the kernel
+/// tells at once when a holder has died. Locks belong to open file descriptions (F_OFD_SETLK in
+/// fcntl(2)), which hold across containers that share the file.
+#ifndef PLATFORM_HOST_WORK_LOCK_WORKLOCK_H
+#define PLATFORM_HOST_WORK_LOCK_WORKLOCK_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/host/config/Result.h"
+#include "support/Mutex.h"
+#include "support/UniqueFd.h"
+
+namespace platform_host {
+
+/// One worker among those that share the lock file: normally the process. Any thread; threads that
+/// share a worker work side by side and are not kept apart. Outlives its turns. Ends its lease when
+/// destroyed, or with the process.
+class WorkLock {
+ public:
+  using Milliseconds = std::chrono::milliseconds;
+
+  /// How long things take.
+  struct Timing {
+    Milliseconds lease{5000};      ///< how long others wait after an operation of a living worker
+    Milliseconds patience{60000};  ///< how long Begin waits for another worker
+    Milliseconds pollInterval{5};  ///< how often Begin looks again
+    std::function<Milliseconds()> now =
+        TimeSinceBoot;  ///< the same for all workers, suspended time included
+  };
+
+  enum class Purpose {
+    kRead,   ///< nothing is made: without a file that can be opened nobody is at work, or it is not
+             ///< our business
+    kChange  ///< makes the lock file (mode 0600) and its directory if need be
+  };
+
+  /// One operation under way. Move-only; ends with its scope, which begins the lease.
+  class Turn {
+   public:
+    explicit Turn(WorkLock* worker) : lock(worker) {}
+    Turn(Turn&& other) noexcept : lock(std::exchange(other.lock, nullptr)) {}
+    Turn& operator=(Turn&&) = delete;
+    ~Turn() {
+      if (lock != nullptr) lock->End();
+    }
+
+   private:
+    WorkLock* lock;
+  };
+
+  /// The worker that this process is for `lockFile`: made at the first call, kept until the process
+  /// has ended.
+  static WorkLock& OfProcess(const std::string& lockFile);
+
+  /// Does nothing yet. `lockFile` is an absolute path.
+  explicit WorkLock(std::string lockFile);
+  WorkLock(std::string lockFile, Timing durations);
+
+  /// Begins an operation, waiting up to the patience while another worker is in one or has its
+  /// lease. Fails with "FILE: reason" when that was not enough or the file cannot be used. Other
+  /// threads are not held up by the waiting.
+  Result<Turn> Begin(Purpose purpose) EXCLUDES(mutex);
+
+ private:
+  /// Who may work, as the file tells.
+  struct Record {
+    std::int64_t worker;  ///< the byte that its process keeps locked
+    Milliseconds lastWork;
+    std::int64_t process;
+  };
+
+  /// What one look at the file gave.
+  struct Attempt {
+    enum class Outcome { kGranted, kNoLock, kBusy, kFailed } outcome;
+    std::int64_t detail =
+        0;  ///< kBusy: the process that is in the way, 0: unknown; kFailed: an errno
+  };
+
+  static Milliseconds TimeSinceBoot();
+
+  void End() EXCLUDES(mutex);
+  Attempt TryBegin(Purpose purpose) EXCLUDES(mutex);
+  [[nodiscard]] Attempt Claim() REQUIRES(mutex);
+  [[nodiscard]] int OpenFile(Purpose purpose) REQUIRES(mutex);
+  [[nodiscard]] bool IsFileInPlace() const REQUIRES(mutex);
+  [[nodiscard]] bool MayWork(const std::optional<Record>& record) const REQUIRES(mutex);
+  [[nodiscard]] std::optional<Record> ReadRecord() const REQUIRES(mutex);
+  [[nodiscard]] int WriteRecord() const REQUIRES(mutex);
+
+  const std::string path;
+  const Timing timing;
+
+  support::Mutex mutex;
+  support::UniqueFd file GUARDED_BY(mutex);
+  std::int64_t self GUARDED_BY(mutex) = 0;
+  unsigned turns GUARDED_BY(mutex) = 0;
+};
+
+}  // namespace platform_host
+
+#endif
