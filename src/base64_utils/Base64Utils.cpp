@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "base64_utils/BlockDecoder.h"
+
 namespace base64_utils {
 namespace {
 
@@ -72,14 +74,14 @@ void WriteGroup(std::uint32_t group, Byte* out) {
 // force every member to be loaded again.
 template <typename Byte>
 std::size_t DecodeWholeGroups(std::string_view in, Byte* out) {
-  const char* at = in.data();
-  const char* const last = at + in.size() / 4 * 4;
-  for (; at != last; at += 4, out += 3) {
-    const std::uint32_t group = ReadGroup(at);
+  std::size_t at = DecodeBlocks(in, reinterpret_cast<unsigned char*>(out));
+  out += at / 4 * 3;
+  for (; in.size() - at >= 4; at += 4, out += 3) {
+    const std::uint32_t group = ReadGroup(in.data() + at);
     if ((group & kNoValue) != 0) break;
     WriteGroup(group, out);
   }
-  return static_cast<std::size_t>(at - in.data());
+  return at;
 }
 
 // Decodes from `in` into `out`, which has room for three bytes for every four characters, rounded
