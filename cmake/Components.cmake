@@ -47,3 +47,18 @@ function(tsuc_program name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name} PRIVATE ${arg_LINK} tsuc_options)
 endfunction()
+
+# tsuc_pytest(NAME [TIMEOUT seconds]): the Python tests of this folder as one test of ctest, on the programs of this
+# build.
+function(tsuc_pytest name)
+  cmake_parse_arguments(arg "" "TIMEOUT" "" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  add_test(NAME pytest_${name}
+           COMMAND /usr/bin/python3 -m pytest -p no:cacheprovider -n 2 ${CMAKE_CURRENT_SOURCE_DIR}
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(pytest_${name} PROPERTIES
+    TIMEOUT ${arg_TIMEOUT} FIXTURES_REQUIRED test_pki
+    ENVIRONMENT "PYTHONDONTWRITEBYTECODE=1;TSUC_BUILD_DIR=${PROJECT_BINARY_DIR};TSUC_TEST_PKI=${PROJECT_BINARY_DIR}/test-pki")
+endfunction()

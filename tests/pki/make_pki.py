@@ -5,6 +5,7 @@ Nothing happens when OUTDIR was made less than a day ago by these very scripts; 
 in its place at once, so that a test sees a whole set or none.
 """
 
+import fcntl
 import hashlib
 import pathlib
 import sys
@@ -16,13 +17,14 @@ import hostile
 import payload
 
 STAMP = "made-by"
+SCRIPTS = ("authority.py", "chains.py", "der.py", "hostile.py", "make_pki.py", "payload.py")
 MAX_AGE_S = 24 * 3600
 
 
 def script_version():
     digest = hashlib.sha256()
-    for script in sorted(pathlib.Path(__file__).parent.glob("*.py")):
-        digest.update(script.read_bytes())
+    for script in SCRIPTS:
+        digest.update(pathlib.Path(__file__).with_name(script).read_bytes())
     return digest.hexdigest()
 
 
@@ -36,7 +38,6 @@ def is_fresh(out):
 
 def make(out):
     """Fills a folder beside `out`, the stamp last, and exchanges the two."""
-    out.parent.mkdir(parents=True, exist_ok=True)
     with tempfile.TemporaryDirectory(dir=out.parent, prefix=f".{out.name}-") as temporary:
         fresh = pathlib.Path(temporary) / "new"
         chains.write_all(fresh)
@@ -53,8 +54,11 @@ def main():
         print("usage: make_pki.py OUTDIR", file=sys.stderr)
         return 2
     out = pathlib.Path(sys.argv[1]).absolute()
-    if not is_fresh(out):
-        make(out)
+    out.parent.mkdir(parents=True, exist_ok=True)
+    with open(out.with_name(f".{out.name}.lock"), "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if not is_fresh(out):
+            make(out)
     return 0
 
 
