@@ -30,6 +30,9 @@ struct HostConfig {
   std::string trustStoreDirectory = "/var/lib/truststore-update-client/trust-store";  ///< absolute
   std::string persistencyDirectory = "/var/lib/truststore-update-client/persistency";
 
+  /// The file that keeps two processes from working on trust store and records at once.
+  [[nodiscard]] std::string WorkLockFile() const { return persistencyDirectory + "/work.lock"; }
+
   /// Reads settings from `text`; what it leaves out keeps its default. Fails with "FILE:LINE: KEY:
   /// reason" for a syntax error (which has no key), an unknown key or table, a wrong type, and a
   /// value that cannot be used, where FILE is `fileName`; with "FILE: reason" for a text above

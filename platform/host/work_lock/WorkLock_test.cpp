@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "support/FileContents.h"
+#include "tests/doubles/ChildProcess.h"
 #include "tests/doubles/TemporaryDirectory.h"
 
 namespace platform_host {
@@ -22,6 +22,7 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using tests::ChildProcess;
 using Purpose = WorkLock::Purpose;
 
 constexpr milliseconds kLease(1000);
@@ -200,41 +201,12 @@ TEST_F(WorkLockOf, OfProcess_OneForEachFile) {
   EXPECT_NE(&WorkLock::OfProcess(path + "2"), &worker);
 }
 
-/// A process that runs `action` and leaves with its result; killed at the end if it still runs.
-class Child {
- public:
-  template <typename Action>
-  explicit Child(Action action) : pid(::fork()) {
-    if (pid == 0) ::_exit(action());
-  }
-  ~Child() { static_cast<void>(Kill()); }
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-
-  int Kill() {
-    if (pid <= 0) return -1;
-    ::kill(pid, SIGKILL);
-    return Wait();
-  }
-
-  /// The exit code, or -1.
-  int Wait() {
-    int status = 0;
-    const pid_t ended = ::waitpid(pid, &status, 0);
-    pid = -1;
-    return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
- private:
-  pid_t pid;
-};
-
 TEST_F(WorkLockOf, ProcessKilledInItsTurn_NextOneAtOnce) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   const support::UniqueFd readEnd(ends[0]);
   const support::UniqueFd writeEnd(ends[1]);
-  Child child([&] {
+  ChildProcess child([&] {
     const auto worker = Worker();
     const auto turn = worker->Begin(Purpose::kChange);
     static_cast<void>(support::WriteAll(writeEnd.Get(), turn.Ok() ? "y" : "n"));
@@ -245,12 +217,12 @@ TEST_F(WorkLockOf, ProcessKilledInItsTurn_NextOneAtOnce) {
   ASSERT_EQ(answer, 'y');
   const auto worker = Worker();
   EXPECT_FALSE(Works(*worker));
-  EXPECT_EQ(child.Kill(), -1);
+  child.Kill();
   EXPECT_TRUE(Works(*worker));
 }
 
 TEST_F(WorkLockOf, RecordCannotBeWritten_Fails) {
-  Child child([this] {
+  ChildProcess child([this] {
     ::signal(SIGXFSZ, SIG_IGN);
     const rlimit nothing{0, 0};
     if (::setrlimit(RLIMIT_FSIZE, &nothing) != 0) return 2;
@@ -274,9 +246,9 @@ int WorkInSteps(WorkLock& lock, const std::string& log, char mark, int count) {
 TEST_F(WorkLockOf, ManyProcesses_EachFinishesBeforeNextBegins) {
   constexpr int kSteps = 200;
   const std::string log = directory.Path() + "/log";
-  std::vector<std::unique_ptr<Child>> children;
+  std::vector<std::unique_ptr<ChildProcess>> children;
   for (const char mark : {'a', 'b', 'c', 'd'}) {
-    children.push_back(std::make_unique<Child>([&, mark] {
+    children.push_back(std::make_unique<ChildProcess>([&, mark] {
       WorkLock worker(path, TimingWith(seconds(60)));
       return WorkInSteps(worker, log, mark, kSteps);
     }));

@@ -1,0 +1,128 @@
+#include "platform/host/ostra_tee/TrustStoreDirectory.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "csc_logging/CSCLogging.h"
+#include "platform/host/files/Directories.h"
+#include "platform/host/files/FileName.h"
+#include "support/FileContents.h"
+
+namespace platform_host {
+namespace {
+
+constexpr mode_t kFileMode = 0644;
+
+void LogFailure(const Error& error) {
+  csc_logging::CSCLogging::LogError(error.WithContext("libtruststore").Text());
+}
+
+std::string PathIn(const std::string& layer, const std::string& name) {
+  return layer + "/" + FileNameOf(name) + ".pem";
+}
+
+bool HoldsCertificate(const std::string& pem) {
+  return pem.find("-----BEGIN CERTIFICATE-----") != std::string::npos;
+}
+
+/// Whether a link leads from `path` to a place that is not ours to write to.
+bool IsLink(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+}  // namespace
+
+TrustStoreDirectory::TrustStoreDirectory(std::string directory, WorkLock& workLock)
+    : factory(directory + "/factory"),
+      installed(directory + "/installed"),
+      setAside(directory + "/removed"),
+      root(std::move(directory)),
+      work(workLock) {}
+
+int TrustStoreDirectory::ReadCertificateBundle(const std::string& name, std::string& pem) {
+  pem.clear();
+  const auto turn = work.Begin(WorkLock::Purpose::kRead);
+  if (!turn.Ok()) {
+    LogFailure(turn.Failure().WithContext("cannot read bundle " + name));
+    return 1;
+  }
+  return ReadLayer(installed, name, pem) || ReadLayer(factory, name, pem) ? 0 : 1;
+}
+
+int TrustStoreDirectory::InstallCertificateBundle(const std::string& name, const std::string& pem) {
+  const auto failure = Install(name, pem);
+  if (failure) LogFailure(failure->WithContext("cannot install bundle " + name));
+  return failure ? 1 : 0;
+}
+
+int TrustStoreDirectory::RemoveAllTrustStores() {
+  const auto failure = RemoveInstalled();
+  if (failure) LogFailure(failure->WithContext("cannot remove the installed bundles"));
+  return failure ? 1 : 0;
+}
+
+/// Whether `layer` has a bundle of this name with a certificate in it, which is then in `pem`. An
+/// unreadable file is told in the log; the next layer may still serve.
+bool TrustStoreDirectory::ReadLayer(const std::string& layer, const std::string& name,
+                                    std::string& pem) const {
+  const std::string path = PathIn(layer, name);
+  const int error = support::ReadFile(path, kBundleLimit, pem);
+  if (error == 0 && HoldsCertificate(pem)) return true;
+  pem.clear();
+  if (error != 0 && error != ENOENT && error != ENAMETOOLONG) {
+    LogFailure(Error::OfErrno(error).WithContext(path).WithContext("cannot read bundle " + name));
+  }
+  return false;
+}
+
+std::optional<Error> TrustStoreDirectory::Install(const std::string& name, const std::string& pem) {
+  if (pem.size() > kBundleLimit) return Error::OfErrno(EFBIG);
+  const auto turn = work.Begin(WorkLock::Purpose::kChange);
+  if (!turn.Ok()) return turn.Failure();
+  const support::MutexLock lock(mutex);
+  int error = MakeDirectories(installed);
+  if (error == 0 && IsLink(installed)) error = ENOTDIR;
+  if (error != 0) return Error::OfErrno(error).WithContext(installed);
+  const std::string path = PathIn(installed, name);
+  error = support::ReplaceFile(path, pem, kFileMode);
+  if (error != 0) return Error::OfErrno(error).WithContext(path);
+  return std::nullopt;
+}
+
+/// One rename takes all bundles away at once; deleting them is then no longer in anybody's sight,
+/// and what a power loss leaves of it is deleted by the next removal. Temporary files go the same
+/// way.
+std::optional<Error> TrustStoreDirectory::RemoveInstalled() {
+  const auto turn = work.Begin(WorkLock::Purpose::kChange);
+  if (!turn.Ok()) return turn.Failure();
+  const support::MutexLock lock(mutex);
+  int error = DeleteSetAside();
+  if (error != 0) return Error::OfErrno(error).WithContext(setAside);
+  if (::rename(installed.c_str(), setAside.c_str()) != 0) {
+    if (errno == ENOENT) return std::nullopt;
+    return Error::OfErrno(errno).WithContext(installed);
+  }
+  error = support::SyncDirectory(root);
+  if (error != 0) return Error::OfErrno(error).WithContext(root);
+  error = DeleteSetAside();
+  if (error != 0) {
+    csc_logging::CSCLogging::LogWarning("libtruststore: cannot delete " + setAside + ": " +
+                                        Error::OfErrno(error).Text());
+  }
+  return std::nullopt;
+}
+
+/// Deletes a link itself and nothing behind it.
+int TrustStoreDirectory::DeleteSetAside() const {
+  std::error_code error;
+  std::filesystem::remove_all(setAside, error);
+  return error.value();
+}
+
+}  // namespace platform_host

@@ -1,0 +1,71 @@
+#include "ostra/tee/TrustStoreUpdateAPI.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "platform/host/config/HostConfig.h"
+#include "platform/host/csc_logging/CapturedLog.h"
+#include "support/FileContents.h"
+#include "tests/doubles/TemporaryDirectory.h"
+
+namespace platform_host {
+namespace {
+
+using ostra::tee::TrustStoreUpdateAPI;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const std::string kPem = "-----BEGIN CERTIFICATE-----\n";
+
+class ConfiguredTrustStore : public ::testing::Test {
+ protected:
+  ~ConfiguredTrustStore() override { ::unsetenv(HostConfig::kPathVariable); }
+
+  void Configure(const std::string& text) const {
+    ASSERT_EQ(support::ReplaceFile(configPath, text, 0600), 0);
+    ::setenv(HostConfig::kPathVariable, configPath.c_str(), 1);
+  }
+
+  const tests::TemporaryDirectory directory;
+  const std::string configPath = directory.Path() + "/host.toml";
+  const CapturedLog log;
+  std::string pem;
+};
+
+TEST_F(ConfiguredTrustStore, GetInstance_AlwaysTheSame) {
+  EXPECT_NE(TrustStoreUpdateAPI::get_instance(), nullptr);
+  EXPECT_EQ(TrustStoreUpdateAPI::get_instance(), TrustStoreUpdateAPI::get_instance());
+}
+
+TEST_F(ConfiguredTrustStore, ConfiguredDirectories_Used) {
+  Configure("[trust_store]\ndirectory = \"" + directory.Path() + "/store\"\n" +
+            "[persistency]\ndirectory = \"" + directory.Path() + "/records\"\n");
+  const auto store = TrustStoreUpdateAPI::get_instance();
+  EXPECT_EQ(store->InstallCertificateBundle("A", kPem), 0);
+  EXPECT_TRUE(std::filesystem::exists(directory.Path() + "/store/installed/A.pem"));
+  EXPECT_TRUE(std::filesystem::exists(directory.Path() + "/records/work.lock"));
+  EXPECT_EQ(store->ReadCertificateBundle("A", pem), 0);
+  EXPECT_EQ(pem, kPem);
+  EXPECT_EQ(store->RemoveAllTrustStores(), 0);
+  EXPECT_NE(store->ReadCertificateBundle("A", pem), 0);
+  EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(ConfiguredTrustStore, BrokenConfiguration_EachOperationFailsWithErrorLine) {
+  Configure("[trust_store]\ndirectory = \"" + directory.Path() + "/store\"\nmode = 3\n");
+  const auto store = TrustStoreUpdateAPI::get_instance();
+  pem = "left over";
+  EXPECT_NE(store->ReadCertificateBundle("A", pem), 0);
+  EXPECT_EQ(pem, "");
+  EXPECT_NE(store->InstallCertificateBundle("A", kPem), 0);
+  EXPECT_NE(store->RemoveAllTrustStores(), 0);
+  const std::string line =
+      "error: libtruststore: " + configPath + ":3: trust_store.mode: unknown key";
+  EXPECT_THAT(log.Lines(), ElementsAre(line, line, line));
+  EXPECT_FALSE(std::filesystem::exists(directory.Path() + "/store"));
+}
+
+}  // namespace
+}  // namespace platform_host
