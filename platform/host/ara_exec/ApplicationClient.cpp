@@ -1,0 +1,39 @@
+#include "ara/exec/ApplicationClient.h"
+
+#include <systemd/sd-daemon.h>
+
+#include <new>
+#include <string>
+
+#include "csc_logging/CSCLogging.h"
+#include "platform/host/config/Result.h"
+
+namespace ara::exec {
+namespace {
+
+void Report(const char* notification, const std::string& name) {
+  using csc_logging::CSCLogging;
+  CSCLogging::LogDebug("libara_exec: application state " + name);
+  // Without a service manager (NOTIFY_SOCKET is not set) there is nobody to tell: result 0.
+  const int result = ::sd_notify(0, notification);
+  if (result < 0) {
+    CSCLogging::LogError("libara_exec: cannot report application state " + name + ": " +
+                         platform_host::Error::OfErrno(-result).Text());
+  }
+}
+
+}  // namespace
+
+void ApplicationClient::ReportApplicationState(ApplicationState state) noexcept {
+  try {
+    if (state == ApplicationState::kRunning) {
+      Report("READY=1", "running");
+    } else {
+      Report("STOPPING=1", "terminating");
+    }
+  } catch (const std::bad_alloc&) {
+    // Out of memory: the report is lost, its caller goes on.
+  }
+}
+
+}  // namespace ara::exec
