@@ -79,9 +79,9 @@ struct JsonParser::Tokens {
 
   // Calls visit(token, next) for each key and its value, in document order.
   template <typename Visit>
-  void ForEachPair(const std::string& document, Visit visit) const {
+  void ForEachPair(const std::string& text, Visit visit) const {
     for (const jsmntok_t* token = items.get() + 1; token + 1 < End(); ++token)
-      if (IsKey(document, token[0], token[1])) visit(token[0], token[1]);
+      if (IsKey(text, token[0], token[1])) visit(token[0], token[1]);
   }
 
   // Calls visit(token) for each element of a top-level array until it returns false.
