@@ -63,10 +63,13 @@ bool IsSimple(const jsmntok_t& token) {
 // Between a key and its value stands a colon and nothing that ends a value.
 bool IsKey(const std::string& document, const jsmntok_t& token, const jsmntok_t& next) {
   if (token.type != JSMN_STRING) return false;
-  const std::string_view gap = std::string_view(document).substr(
-      static_cast<std::size_t>(token.end), static_cast<std::size_t>(next.start - token.end));
-  return gap.find(':') != std::string_view::npos &&
-         gap.find_first_of(",}") == std::string_view::npos;
+  bool hasColon = false;
+  for (int at = token.end; at < next.start; ++at) {
+    const char character = document[static_cast<std::size_t>(at)];
+    if (character == ',' || character == '}') return false;
+    hasColon = hasColon || character == ':';
+  }
+  return hasColon;
 }
 
 }  // namespace
