@@ -18,13 +18,17 @@ int FakeTrustStore::ReadCertificateBundle(const std::string& name, std::string& 
   calls.push_back("read " + name);
   pem.clear();
   if (Due(readsUntilFailure)) return 1;
-  for (const Bundles* layer : {&installed, &provisioned}) {
-    const auto found = layer->find(name);
-    if (found == layer->end() || !HoldsCertificate(found->second)) continue;
-    pem = found->second;
-    return 0;
+  const auto newer = installed.find(name);
+  const auto older = provisioned.find(name);
+  const bool preferNewer = newer != installed.end() && HoldsCertificate(newer->second);
+  if (!preferNewer && older != provisioned.end()) {
+    pem = older->second;
+  } else if (newer != installed.end()) {
+    pem = newer->second;
+  } else {
+    return 1;
   }
-  return 1;
+  return 0;
 }
 
 int FakeTrustStore::InstallCertificateBundle(const std::string& name, const std::string& pem) {

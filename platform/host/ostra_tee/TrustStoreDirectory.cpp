@@ -52,7 +52,12 @@ int TrustStoreDirectory::ReadCertificateBundle(const std::string& name, std::str
     LogFailure(turn.Failure().WithContext("cannot read bundle " + name));
     return 1;
   }
-  return ReadLayer(installed, name, pem) || ReadLayer(factory, name, pem) ? 0 : 1;
+  const bool isInstalled = ReadLayer(installed, name, pem);
+  if (isInstalled && HoldsCertificate(pem)) return 0;
+  std::string original;
+  const bool isProvisioned = ReadLayer(factory, name, original);
+  if (isProvisioned) pem.swap(original);
+  return isInstalled || isProvisioned ? 0 : 1;
 }
 
 int TrustStoreDirectory::InstallCertificateBundle(const std::string& name, const std::string& pem) {
@@ -67,15 +72,14 @@ int TrustStoreDirectory::RemoveAllTrustStores() {
   return failure ? 1 : 0;
 }
 
-/// Whether `layer` has a bundle of this name with a certificate in it, which is then in `pem`. An
-/// unreadable file is told in the log; the next layer may still serve.
+/// Whether `layer` has a readable bundle of this name, which is then in `pem`. An unreadable file
+/// is told in the log; the other layer may still serve.
 bool TrustStoreDirectory::ReadLayer(const std::string& layer, const std::string& name,
                                     std::string& pem) const {
   const std::string path = PathIn(layer, name);
   const int error = support::ReadFile(path, kBundleLimit, pem);
-  if (error == 0 && HoldsCertificate(pem)) return true;
-  pem.clear();
-  if (error != 0 && error != ENOENT && error != ENAMETOOLONG) {
+  if (error == 0) return true;
+  if (error != ENOENT && error != ENAMETOOLONG) {
     LogFailure(Error::OfErrno(error).WithContext(path).WithContext("cannot read bundle " + name));
   }
   return false;

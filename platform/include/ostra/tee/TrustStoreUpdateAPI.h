@@ -17,8 +17,9 @@ class TrustStoreUpdateAPI {
 
   virtual ~TrustStoreUpdateAPI() = default;
 
-  /// Reads bundle `name` into `pem`: what was installed under that name, otherwise what the unit was provisioned with.
-  /// Returns 0, or non-zero when there is neither (then `pem` is empty).
+  /// Reads bundle `name` into `pem`: what was installed under that name, unless it holds no certificate and the unit was
+  /// provisioned with a bundle of that name, or none was installed: then the provisioned one. Returns 0, or non-zero
+  /// when there is neither or it cannot be read (then `pem` is empty).
   [[nodiscard]] virtual int ReadCertificateBundle(const std::string& name, std::string& pem) = 0;
 
   /// Installs or replaces bundle `name`. Names are outside text: any bytes; each name is a bundle of its own. Returns
