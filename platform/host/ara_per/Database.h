@@ -1,0 +1,61 @@
+/// One store as an SQLite database: the only place that knows SQLite. For KeyValueStorage alone.
+#ifndef PLATFORM_HOST_ARA_PER_DATABASE_H
+#define PLATFORM_HOST_ARA_PER_DATABASE_H
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "ara/per/KeyValueStorage.h"
+#include "ara/per/KvsType.h"
+
+struct sqlite3;
+
+namespace platform_host {
+
+/// The file is no database of ours any more: its bytes, not the medium or another process, are at
+/// fault.
+class DamagedDatabase : public ara::per::StorageError {
+ public:
+  using StorageError::StorageError;
+};
+
+/// An open database. What others commit after the first Find is not seen until the next Commit. An
+/// object belongs to one thread; several may be open on one file. Failures are thrown as "PATH:
+/// reason"; waiting for a lock of SQLite's ends after a few seconds.
+class Database {
+ public:
+  /// Values by key; none: the key is removed.
+  using Changes = std::map<std::string, std::optional<ara::per::KvsType>>;
+
+  /// Opens the database at `path`, made when it is missing, and checks all of it. Throws
+  /// DamagedDatabase or StorageError.
+  explicit Database(const std::string& path);
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  /// The value of `key`, none when there is no such key. Throws StorageError.
+  [[nodiscard]] std::optional<ara::per::KvsType> Find(const std::string& key) const;
+
+  /// Applies all of `changes` in one transaction, which survives a power loss when this returns.
+  /// Throws StorageError; then none of them is applied.
+  void Commit(const Changes& changes);
+
+ private:
+  struct Closer {
+    void operator()(sqlite3* handle) const;
+  };
+
+  std::unique_ptr<sqlite3, Closer> db;
+};
+
+/// Renames the database at `path` and its companions to PATH.damaged..., in place of older ones.
+/// Returns 0 or an errno. REQUIRES: no other process uses it, and none of this process opens it
+/// meanwhile.
+[[nodiscard]] int SetDatabaseAside(const std::string& path);
+
+}  // namespace platform_host
+
+#endif
