@@ -26,11 +26,13 @@ function(tsuc_component name)
   endif()
 endfunction()
 
-# tsuc_test(NAME SOURCES file... LINK target...): a GoogleTest program, each of its tests known to ctest. Tests that
+# tsuc_test(NAME [TESTS Stem...] [SOURCES file...] LINK target...): a GoogleTest program of Stem_test.cpp and further files,
+# each of its tests known to ctest. Tests that
 # read the test certificates find them through TSUC_TEST_PKI, made once before the first of them (tests/pki).
 function(tsuc_test name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
-  add_executable(${name} ${arg_SOURCES})
+  cmake_parse_arguments(arg "" "" "TESTS;SOURCES;LINK" ${ARGN})
+  list(TRANSFORM arg_TESTS APPEND _test.cpp)
+  add_executable(${name} ${arg_TESTS} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gmock_main tsuc_options)
   include(GoogleTest)
