@@ -1,0 +1,29 @@
+/// The certificates that a container installs: checked and turned into PEM without the work that
+/// nobody needs. No state; any thread.
+#ifndef TRUSTSTOREUPDATECLIENT_PAYLOADCERTIFICATE_H
+#define TRUSTSTOREUPDATECLIENT_PAYLOADCERTIFICATE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace truststore_update_client {
+
+/// A CA certificate has 0.5 to 4 KB. Above 64 KiB the library's decoding of alternative names grows
+/// to seconds.
+inline constexpr std::size_t kMaxPayloadCertificateBytes = 64 * 1024;
+
+/// The PEM encoding of the certificate in `encoding`. Accepts what the constructor of
+/// Botan::X509_Certificate accepts, up to kMaxPayloadCertificateBytes, and returns what its
+/// PEM_encode returns; throws Botan::Decoding_Error or another std::exception otherwise.
+///
+/// That constructor also verifies the signature of self-issued certificates, only to set a mark
+/// that is of no use here, and never refuses one for it: over nine tenths of an installation's
+/// time. This decodes a twin of the certificate that names another issuer, so that everything is
+/// checked but that signature.
+[[nodiscard]] std::string PemOfCertificate(const std::vector<std::uint8_t>& encoding);
+
+}  // namespace truststore_update_client
+
+#endif
