@@ -1,0 +1,196 @@
+#include "TruststoreUpdateClient/HSM.h"
+
+#include <botan/pubkey.h>
+#include <botan/version.h>
+
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <utility>
+
+#include "csc_logging/CSCLogging.h"
+#include "support/FileContents.h"
+
+namespace truststore_update_client {
+
+using csc_logging::CSCLogEntry;
+using csc_logging::CSCLogging;
+
+namespace {
+
+const std::string kContainerIdKey = "truststore-container-id";
+const std::string kTimestampKey = "truststore-timestamp";
+constexpr std::size_t kMaxRecordBytes = 100;
+constexpr mode_t kRecordFileMode = 0644;
+
+void LogCryptoLibraryVersion() {
+  std::string mismatch = Botan::runtime_version_check(2, 11, 0);
+  if (mismatch.empty()) {
+    CSCLogging::LogInfo("Botan version: " + Botan::short_version_string());
+  } else {
+    while (mismatch.back() == '\n') mismatch.pop_back();
+    CSCLogging::LogWarning(mismatch);
+  }
+}
+
+// The record is a 32-bit number of seconds; a signed conversion would end in 2038.
+std::uint32_t ToTimestamp(const std::string& text) {
+  try {
+    const long long seconds = std::stoll(text);
+    if (seconds >= 0 && seconds <= std::numeric_limits<std::uint32_t>::max()) {
+      return static_cast<std::uint32_t>(seconds);
+    }
+  } catch (const std::exception&) {
+    // The line below tells all there is to tell.
+  }
+  CSCLogging::LogError("ERROR: Failed to interpret timestamp!");
+  return 0;
+}
+
+}  // namespace
+
+HSM::HSM(const std::shared_ptr<lumo_connector::LumoConnector>&)
+    : HSM(Collaborators{ostra::tee::TrustStoreUpdateAPI::get_instance(), PersistentFileStorage()}) {
+}
+
+HSM::HSM(Collaborators collaborators)
+    : trustStoreApi(std::move(collaborators.trustStore)),
+      fileStorage(std::move(collaborators.storage)),
+      containerIdFile(std::move(collaborators.containerIdFile)),
+      timestampFile(std::move(collaborators.timestampFile)),
+      now(std::move(collaborators.now)) {
+  LogCryptoLibraryVersion();
+  ClearRecordOfUnfinishedInstallation();
+}
+
+bool HSM::GetInstalledContainerId(std::string& id) {
+  id.clear();
+  if (fileStorage.LoadFile(kContainerIdKey, containerIdFile) != 0) {
+    CSCLogging::LogError("Failed to load Container ID from persistent file storage.");
+    return true;
+  }
+  if (support::ReadFile(containerIdFile, kMaxRecordBytes, id) != 0) {
+    CSCLogging::LogError("Failed to read Container ID from the file.");
+    return true;
+  }
+  return false;
+}
+
+bool HSM::SetInstalledContainerId(const std::string& id) {
+  return StoreRecord(id, containerIdFile, kContainerIdKey,
+                     "ERROR: Failed to store Container ID to persistent file storage!");
+}
+
+bool HSM::SetInstalledContainerTimestamp(std::uint32_t timestamp) {
+  return StoreRecord(std::to_string(timestamp), timestampFile, kTimestampKey,
+                     "ERROR: Failed to store Timestamp to persistent file storage!");
+}
+
+std::uint32_t HSM::GetInstalledContainerTimestamp() {
+  if (fileStorage.LoadFile(kTimestampKey, timestampFile) != 0) {
+    CSCLogging::LogError("Failed to load Timestamp from persistent file storage.");
+    return 0;
+  }
+  std::string text;
+  if (support::ReadFile(timestampFile, kMaxRecordBytes, text) != 0) text.clear();
+  return ToTimestamp(text);
+}
+
+bool HSM::RemoveAllTrustStores() {
+  bool failed = false;
+  // Records first: after a removal that was cut off, no container is refused as installed already
+  // or as older.
+  if (SetInstalledContainerId("")) {
+    CSCLogging::LogError("ERROR: Clearing the Container Id failed");
+    failed = true;
+  }
+  if (SetInstalledContainerTimestamp(0)) {
+    CSCLogging::LogError("ERROR: Clearing the Timestamp failed");
+    failed = true;
+  }
+  if (trustStoreApi->RemoveAllTrustStores() == 0) {
+    CSCLogging::LogInfo("Truststores cleared succesfully.");
+  } else {
+    CSCLogging::LogError("ERROR: Clearing the truststores failed");
+    failed = true;
+  }
+  return failed;
+}
+
+bool HSM::InstallCertificateBundle(const std::string& name, const std::string& pem) {
+  if (trustStoreApi->InstallCertificateBundle(name, pem) != 0) {
+    CSCLogging::LogError("ERROR: Certification bundle " + name + " could not be installed!");
+    return true;
+  }
+  CSCLogging::LogInfo("Certification bundle " + name + " updated succesfully.");
+  return false;
+}
+
+bool HSM::Signature_Verify(const Botan::X509_Certificate& certificate, std::string_view data,
+                           std::string_view signature) {
+  try {
+    const auto key = certificate.load_subject_public_key();
+    Botan::PK_Verifier verifier(*key, "EMSA1(SHA-256)", Botan::IEEE_1363);
+    verifier.update(reinterpret_cast<const std::uint8_t*>(data.data()), data.size());
+    return !verifier.check_signature(reinterpret_cast<const std::uint8_t*>(signature.data()),
+                                     signature.size());
+  } catch (const std::exception& exception) {
+    CSCLogging::LogError(CSCLogEntry()
+                         << "Error: Signature verification failed! " << exception.what());
+  }
+  return true;
+}
+
+int HSM::X5COcspValidation(const std::vector<Botan::X509_Certificate>&) {
+  // Without a way to ask, nobody can say that a certificate is still good.
+  CSCLogging::LogError(
+      "ERROR: No OCSP connection: the certificates cannot be checked for revocation!");
+  CSCLogging::LogError("OCSP check FAILED");
+  return 1;
+}
+
+void HSM::DisableUpdateRetries(bool disable) {
+  CSCLogging::LogDebug(CSCLogEntry() << "HSM: OCSP retries " << (disable ? "Disabled" : "Enabled"));
+  if (disable) StopRetryTimer();
+}
+
+void HSM::WaitForRetry(int seconds) {
+  retryTimer.WaitFor(std::chrono::seconds(seconds));
+}
+
+void HSM::StopRetryTimer() {
+  retryTimer.Raise();
+}
+
+bool HSM::StoreRecord(const std::string& text, const std::string& file, const std::string& key,
+                      std::string_view failureLine) {
+  const int error = support::ReplaceFile(file, text, kRecordFileMode);
+  if (error != 0) {
+    CSCLogging::LogError(CSCLogEntry()
+                         << "Cannot write '" << file << "': " << std::strerror(error));
+  } else if (fileStorage.StoreFile(key, file) == 0) {
+    return false;
+  }
+  CSCLogging::LogError(failureLine);
+  return true;
+}
+
+// Power that fails between the two records leaves a timestamp without an id. It would have the same
+// container refused as installed already, with half of its bundles missing.
+void HSM::ClearRecordOfUnfinishedInstallation() {
+  std::string timestamp;
+  if (fileStorage.ReadRecord(kTimestampKey, timestamp) != RecordState::kPresent) return;
+  if (timestamp == "0") return;
+  std::string id;
+  if (fileStorage.ReadRecord(kContainerIdKey, id) == RecordState::kUnreadable || !id.empty())
+    return;
+  CSCLogging::LogWarning(
+      "The recorded Timestamp has no Container ID: an installation was interrupted. Clearing the "
+      "Timestamp.");
+  if (SetInstalledContainerTimestamp(0)) {
+    CSCLogging::LogError("ERROR: Clearing the Timestamp failed");
+  }
+}
+
+}  // namespace truststore_update_client
