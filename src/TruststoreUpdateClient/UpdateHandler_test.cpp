@@ -1,0 +1,163 @@
+#include "TruststoreUpdateClient/UpdateHandler.h"
+
+#include <gmock/gmock.h>
+
+#include "platform/host/csc_logging/CapturedLog.h"
+#include "tests/doubles/FakeContainerHandler.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Files.h"
+#include "tests/support/HostConfiguration.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace truststore_update_client {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::SizeIs;
+
+const std::string kStatusLine = "info: Send Update Status to the Device Platform: ";
+
+class UpdateHandlerOver : public ::testing::Test {
+ protected:
+  std::string FileHolding(const std::string& text) const {
+    tests::WriteText(directory.Path() + "/container", text);
+    return directory.Path() + "/container";
+  }
+
+  // What a failure to read the file is told in.
+  static std::vector<std::string> NotRead(const std::string& path, const std::string& reason) {
+    return {"error: Failed to open '" + path + "'",
+            "info: The container file was not read: " + reason};
+  }
+
+  const tests::TemporaryDirectory directory;
+  const std::shared_ptr<tests::FakeContainerHandler> containerHandler =
+      std::make_shared<tests::FakeContainerHandler>();
+  const platform_host::CapturedLog log;
+  UpdateHandler handler{containerHandler};
+};
+
+TEST_F(UpdateHandlerOver, ContainerHandler_NothingLogged) {
+  EXPECT_THAT(log.Lines(), SizeIs(0));
+}
+
+TEST_F(UpdateHandlerOver, ContainerFile_EveryByteHandedOver) {
+  std::string bytes;
+  for (int byte = 0; byte < 256; ++byte) bytes.push_back(static_cast<char>(byte));
+  handler.UpdateDevContainer(FileHolding(bytes + "\n"));
+  EXPECT_THAT(containerHandler->Containers(), ElementsAre(bytes + "\n"));
+}
+
+TEST_F(UpdateHandlerOver, InstalledContainer_SuccessLogged) {
+  handler.UpdateDevContainer(FileHolding("a.b.c"));
+  EXPECT_THAT(log.Lines(), ElementsAre(kStatusLine + "STATUS_CODE_SUCCESS"));
+}
+
+TEST_F(UpdateHandlerOver, EveryStatus_LoggedByItsName) {
+  const std::string path = FileHolding("a.b.c");
+  const std::vector<std::pair<int, std::string>> names = {{1, "STATUS_CODE_DOWNLOAD_ERROR"},
+                                                          {3, "STATUS_CODE_SIGN_VALIDATION_ERROR"},
+                                                          {4, "STATUS_CODE_DOWNGRADE_ERROR"},
+                                                          {5, "STATUS_CODE_CERT_DECODE_ERROR"},
+                                                          {6, "STATUS_CODE_TSC_ROLLBACK"},
+                                                          {7, "STATUS_CODE_STORAGE_ERROR"},
+                                                          {9, "STATUS_CODE_UNEXPECTED_ERROR"},
+                                                          {10, "STATUS_CODE_10"},
+                                                          {13, "STATUS_CODE_13"},
+                                                          {14, "STATUS_CODE_14"},
+                                                          {15, "STATUS_CODE_15"},
+                                                          {16, "STATUS_CODE_16"}};
+  for (const auto& [status, name] : names) {
+    platform_host::CapturedLog lines;
+    containerHandler->AnswerVerification(static_cast<ResponseStatus>(status));
+    handler.UpdateDevContainer(path);
+    EXPECT_THAT(lines.Lines(), ElementsAre(kStatusLine + name));
+  }
+}
+
+TEST_F(UpdateHandlerOver, EmptyFile_HandedOverEmpty) {
+  handler.UpdateDevContainer(FileHolding(""));
+  EXPECT_THAT(containerHandler->Containers(), ElementsAre(""));
+}
+
+TEST_F(UpdateHandlerOver, SecondContainer_VerifiedToo) {
+  handler.UpdateDevContainer(FileHolding("first"));
+  handler.UpdateDevContainer(FileHolding("second"));
+  EXPECT_THAT(containerHandler->Containers(), ElementsAre("first", "second"));
+}
+
+TEST_F(UpdateHandlerOver, MissingFile_ToldAndNothingVerified) {
+  const std::string path = directory.Path() + "/absent";
+  handler.UpdateDevContainer(path);
+  EXPECT_EQ(log.Lines(), NotRead(path, "No such file or directory"));
+  EXPECT_THAT(containerHandler->Containers(), SizeIs(0));
+}
+
+TEST_F(UpdateHandlerOver, EmptyPath_ToldAndNothingVerified) {
+  handler.UpdateDevContainer("");
+  EXPECT_EQ(log.Lines(), NotRead("", "No such file or directory"));
+  EXPECT_THAT(containerHandler->Containers(), SizeIs(0));
+}
+
+TEST_F(UpdateHandlerOver, DirectoryInPlaceOfFile_ToldAndNothingVerified) {
+  handler.UpdateDevContainer(directory.Path());
+  EXPECT_EQ(log.Lines(), NotRead(directory.Path(), "Is a directory"));
+  EXPECT_THAT(containerHandler->Containers(), SizeIs(0));
+}
+
+TEST_F(UpdateHandlerOver, FileAtSizeLimit_HandedOver) {
+  const std::string path = directory.Path() + "/large";
+  tests::WriteSparse(path, kMaxContainerFileBytes);
+  handler.UpdateDevContainer(path);
+  EXPECT_THAT(containerHandler->Containers(), ElementsAre(SizeIs(kMaxContainerFileBytes)));
+}
+
+TEST_F(UpdateHandlerOver, FileAboveSizeLimit_ToldAndNothingVerified) {
+  const std::string path = directory.Path() + "/large";
+  tests::WriteSparse(path, kMaxContainerFileBytes + 1);
+  handler.UpdateDevContainer(path);
+  EXPECT_EQ(log.Lines(), NotRead(path, "File too large"));
+  EXPECT_THAT(containerHandler->Containers(), SizeIs(0));
+}
+
+TEST_F(UpdateHandlerOver, RemoveAllTrustStores_AnswerOfContainerHandler) {
+  EXPECT_EQ(handler.RemoveAllTrustStores(), STATUS_CODE_SUCCESS);
+  containerHandler->AnswerRemoval(kStoresNotRemoved);
+  EXPECT_EQ(handler.RemoveAllTrustStores(), kStoresNotRemoved);
+  EXPECT_EQ(containerHandler->Removals(), 2);
+  EXPECT_THAT(log.Lines(), SizeIs(0));
+}
+
+class UpdateHandlerWithoutContainerHandler : public UpdateHandlerOver {
+ protected:
+  UpdateHandler without{std::shared_ptr<ContainerHandlerIf>()};
+};
+
+TEST_F(UpdateHandlerWithoutContainerHandler, Construction_Logged) {
+  EXPECT_THAT(log.Lines(), ElementsAre("error: Cannot create Containerhandler!"));
+}
+
+TEST_F(UpdateHandlerWithoutContainerHandler, Removal_Fails) {
+  EXPECT_EQ(without.RemoveAllTrustStores(), kStoresNotRemoved);
+}
+
+TEST_F(UpdateHandlerWithoutContainerHandler, Container_UnexpectedError) {
+  without.UpdateDevContainer(FileHolding("a.b.c"));
+  EXPECT_THAT(log.Lines(), ElementsAre("error: Cannot create Containerhandler!",
+                                       kStatusLine + "STATUS_CODE_UNEXPECTED_ERROR"));
+}
+
+// The whole chain of objects, with nothing replaced: what is no container is refused by it.
+TEST(UpdateHandlerOfUnit, NoContainer_RefusedAndNothingInstalled) {
+  const tests::HostConfiguration configuration;
+  tests::WriteText(configuration.Directory() + "/container", "no container");
+  const platform_host::CapturedLog log;
+  const tests::CapturedOutput output;
+  UpdateHandler handler{std::shared_ptr<lumo_connector::LumoConnector>()};
+  handler.UpdateDevContainer(configuration.Directory() + "/container");
+  EXPECT_EQ(log.Lines().back(), kStatusLine + "STATUS_CODE_SIGN_VALIDATION_ERROR");
+  EXPECT_FALSE(std::filesystem::exists(configuration.TrustStore()));
+}
+
+}  // namespace
+}  // namespace truststore_update_client
