@@ -123,6 +123,7 @@ int main(int argumentCount, char** arguments) {
     const double two = MillisecondsPerMebibyte(times, i, 2);
     const double four = MillisecondsPerMebibyte(times, i, 4);
     const double eight = MillisecondsPerMebibyte(times, i, 8);
+    if (one == 0 || two == 0 || four == 0 || eight == 0) continue;  // filtered out
     std::printf("%-34s %8.2f %8.2f %8.2f %8.2f %12.2f %12.2f %10.1f\n", kShapes[i].name, one, two,
                 four, eight, four / one, eight / four, peaks[i]);
   }
