@@ -184,6 +184,30 @@ TEST(Base64Decode, RandomTexts_AsTheNaiveDecoder) {
   }
 }
 
+TEST(Base64Decode, LinesOfEveryWidth_AsTheNaiveDecoder) {
+  std::mt19937 random(3);
+  const std::string plain = RandomText(random, kBothAlphabets, 400);
+  for (std::size_t width = 1; width <= 130; ++width) {
+    std::string text;
+    for (std::size_t at = 0; at < plain.size(); at += width)
+      text += plain.substr(at, width) + "\r\n";
+    ASSERT_EQ(Decode(text), DecodeNaively(text, 0)) << width;
+    ASSERT_EQ(Decode(text).bytes, Decode(plain).bytes) << width;
+  }
+}
+
+TEST(Base64Decode, BytesBeforeTheFirstForeignCharacter_TheSameAsStringAndVector) {
+  std::mt19937 random(11);
+  const std::string plain = RandomText(random, kBothAlphabets, 400);
+  for (std::size_t position = 0; position < plain.size(); ++position) {
+    std::string text = plain;
+    text[position] = '.';
+    const std::vector<std::uint8_t> vector = Base64Utils::Base64DecodeToBinaryVector(text);
+    ASSERT_EQ(std::string(vector.begin(), vector.end()), Base64Utils::Base64Decode(text));
+    ASSERT_EQ(vector.size(), position % 4 == 1 ? 0 : position * 6 / 8) << position;
+  }
+}
+
 // A view need not be followed by a NUL, and what stands behind it is not read into it.
 TEST(Base64Decode, ViewInsideALongerText_EndsWithTheView) {
   const std::string text = "TWFuTWFuTWFuTWFuTWFuTWFuTWFuTWFuTWFu";

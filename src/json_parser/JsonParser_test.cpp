@@ -240,6 +240,12 @@ TEST(JsonParserArray, NestedAndEmptyElements_CountedOnce) {
   EXPECT_EQ(parser.GetArrayValueByIndex(4), "{}");
 }
 
+// No JSON: an element begins behind the end of the one before, not at it.
+TEST(JsonParserArray, ElementsWithoutAComma_CountAsOne) {
+  EXPECT_EQ(JsonParser("[[]1]").GetArraySize(), 1);
+  EXPECT_EQ(JsonParser("[[] 1]").GetArraySize(), 2);
+}
+
 TEST(JsonParserArray, IndexOutOfRange_Empty) {
   const JsonParser parser(R"(["a","b"])");
   for (const std::int32_t index : {2, 3, -1, std::numeric_limits<std::int32_t>::max(),

@@ -39,21 +39,28 @@ class KeyValuePairs {
   /// Walks a list; valid as long as the list it comes from. Gives pairs by value.
   class Iterator {
    public:
+    /// Multipass as long as the list lives, but a pair is made when it is asked for: an input
+    /// iterator to the standard library.
     using iterator_category = std::input_iterator_tag;
     using value_type = KeyValuePair;
     using difference_type = std::ptrdiff_t;
     using pointer = const KeyValuePair*;
     using reference = KeyValuePair;
 
+    /// Stands at pair `firstIndex` of `walkedPairs`, or behind its last.
     Iterator(const KeyValuePairs& walkedPairs, std::size_t firstIndex)
         : pairs(&walkedPairs), index(firstIndex) {}
 
+    /// The pair it stands at. REQUIRES: it is not the end.
     KeyValuePair operator*() const { return (*pairs)[index]; }
+    /// Goes on to the next pair.
     Iterator& operator++() {
       ++index;
       return *this;
     }
+    /// Goes on to the next pair and returns where it stood.
     Iterator operator++(int) { return {*pairs, index++}; }
+    /// Tell whether both stand at the same place. REQUIRES: they walk the same list.
     bool operator==(const Iterator& other) const { return index == other.index; }
     bool operator!=(const Iterator& other) const { return index != other.index; }
 
@@ -71,12 +78,15 @@ class KeyValuePairs {
                 std::shared_ptr<const std::vector<Place>> pairPlaces) noexcept
       : text(std::move(document)), places(std::move(pairPlaces)) {}
 
+  /// The number of pairs.
   [[nodiscard]] std::size_t size() const noexcept { return places ? places->size() : 0; }
+  /// Tells whether there is no pair.
   [[nodiscard]] bool empty() const noexcept { return size() == 0; }
 
   /// The pair at `index`. REQUIRES: index < size().
   [[nodiscard]] KeyValuePair operator[](std::size_t index) const noexcept;
 
+  /// The first pair, and the place behind the last one: for range-based loops and algorithms.
   [[nodiscard]] Iterator begin() const noexcept { return {*this, 0}; }
   [[nodiscard]] Iterator end() const noexcept { return {*this, size()}; }
 
