@@ -73,15 +73,14 @@ class LumoConnector::Impl {
           config.Failure().WithContext("libLumoConnectorShared").Text());
     }
     const auto opened = config.Ok() ? SessionStatus::kStarted : SessionStatus::kFailed;
-    if (Enter(opened) && callback != nullptr) callback->LumoConnectorStatus(opened);
+    Enter(opened);
+    if (callback != nullptr) callback->LumoConnectorStatus(opened);
   }
 
-  /// Returns false when the session is stopped meanwhile.
-  bool Enter(SessionStatus opened) EXCLUDES(mutex) {
+  /// A Stop under way waits for the end of this thread and sets its own state afterwards.
+  void Enter(SessionStatus opened) EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
-    if (stopping) return false;
     status = opened;
-    return true;
   }
 
   LumoSessionCallbackIf* const callback;
