@@ -14,11 +14,13 @@ namespace platform_host {
 /// Why an operation failed, without a full stop or a line feed.
 class [[nodiscard]] Error {
  public:
+  /// `reason` is one sentence for the log, or a part of one.
   explicit Error(std::string reason) : text(std::move(reason)) {}
 
   /// The system's own text for the errno `number`.
   static Error OfErrno(int number) { return Error(std::generic_category().message(number)); }
 
+  /// The reference lives as long as this object.
   [[nodiscard]] const std::string& Text() const { return text; }
 
   /// The same failure told by the caller one level up: "context: text".
@@ -34,9 +36,13 @@ class [[nodiscard]] Error {
 template <typename T>
 class [[nodiscard]] Result {
  public:
+  /// Success. Implicit, so that operations simply return their value.
   Result(T result) : content(std::in_place_index<0>, std::move(result)) {}
+
+  /// Failure. Implicit, so that operations simply return their error.
   Result(Error error) : content(std::in_place_index<1>, std::move(error)) {}
 
+  /// Whether there is a value.
   [[nodiscard]] bool Ok() const { return content.index() == 0; }
 
   /// REQUIRES: Ok(). The reference lives as long as this object.

@@ -22,7 +22,10 @@ class CapturedLog {
     std::string text;
   };
 
+  /// Lines go here from now on.
   CapturedLog();
+
+  /// Lines go again where they went before. A line under way on another thread is lost.
   ~CapturedLog();
   CapturedLog(const CapturedLog&) = delete;
   CapturedLog& operator=(const CapturedLog&) = delete;

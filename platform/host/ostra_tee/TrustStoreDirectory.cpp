@@ -72,8 +72,6 @@ int TrustStoreDirectory::RemoveAllTrustStores() {
   return failure ? 1 : 0;
 }
 
-/// Whether `layer` has a readable bundle of this name, which is then in `pem`. An unreadable file
-/// is told in the log; the other layer may still serve.
 bool TrustStoreDirectory::ReadLayer(const std::string& layer, const std::string& name,
                                     std::string& pem) const {
   const std::string path = PathIn(layer, name);
@@ -122,7 +120,6 @@ std::optional<Error> TrustStoreDirectory::RemoveInstalled() {
   return std::nullopt;
 }
 
-/// Deletes a link itself and nothing behind it.
 int TrustStoreDirectory::DeleteSetAside() const {
   std::error_code error;
   std::filesystem::remove_all(setAside, error);

@@ -34,9 +34,17 @@ class TrustStoreDirectory : public ostra::tee::TrustStoreUpdateAPI {
   [[nodiscard]] int RemoveAllTrustStores() override;
 
  private:
+  /// Whether `layer` has a readable bundle of this name, which is then in `pem` (empty otherwise). A
+  /// file that cannot be read is told in the log: the other layer may still serve.
   bool ReadLayer(const std::string& layer, const std::string& name, std::string& pem) const;
+
+  /// As InstallCertificateBundle; returns the failure, none after success.
   std::optional<Error> Install(const std::string& name, const std::string& pem) EXCLUDES(mutex);
+
+  /// As RemoveAllTrustStores; returns the failure, none after success.
   std::optional<Error> RemoveInstalled() EXCLUDES(mutex);
+
+  /// Deletes what was set aside; of a link, the link itself. Returns 0 or an errno.
   [[nodiscard]] int DeleteSetAside() const REQUIRES(mutex);
 
   const std::string factory;

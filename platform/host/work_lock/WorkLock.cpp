@@ -179,8 +179,6 @@ int WorkLock::OpenFile(Purpose purpose) {
   return error;
 }
 
-/// Whether the open file is still the one that others find: somebody may have cleared the
-/// directory.
 bool WorkLock::IsFileInPlace() const {
   struct stat opened {};
   struct stat found {};

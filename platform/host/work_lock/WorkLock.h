@@ -32,9 +32,9 @@ class WorkLock {
 
   /// How long things take.
   struct Timing {
-    Milliseconds lease{5000};      ///< how long others wait after an operation of a living worker
-    Milliseconds patience{60000};  ///< how long Begin waits for another worker
-    Milliseconds pollInterval{5};  ///< how often Begin looks again
+    Milliseconds lease{5000};       ///< how long others wait after an operation of a living worker
+    Milliseconds patience{60000};   ///< how long Begin waits for another worker
+    Milliseconds pollInterval{20};  ///< how often Begin looks again
     std::function<Milliseconds()> now =
         TimeSinceBoot;  ///< the same for all workers, suspended time included
   };
@@ -89,13 +89,30 @@ class WorkLock {
 
   static Milliseconds TimeSinceBoot();
 
+  /// Ends a turn; the last one of several begins the lease.
   void End() EXCLUDES(mutex);
+
+  /// Looks once, without waiting.
   Attempt TryBegin(Purpose purpose) EXCLUDES(mutex);
+
+  /// Begins the first of several turns at once. After success byte 0 is ours.
   [[nodiscard]] Attempt Claim() REQUIRES(mutex);
+
+  /// Opens the file unless it is open, and locks the byte that stands for this worker. Returns 0 or
+  /// an errno.
   [[nodiscard]] int OpenFile(Purpose purpose) REQUIRES(mutex);
+
+  /// Whether the open file is still the one that others find: somebody may have cleared the
+  /// directory.
   [[nodiscard]] bool IsFileInPlace() const REQUIRES(mutex);
+
+  /// Whether `record` leaves us free to work: ours, none, out of date, or of a worker that is gone.
   [[nodiscard]] bool MayWork(const std::optional<Record>& record) const REQUIRES(mutex);
+
+  /// None when the file holds nothing that could be a record.
   [[nodiscard]] std::optional<Record> ReadRecord() const REQUIRES(mutex);
+
+  /// Writes that this worker works now. Returns 0 or an errno.
   [[nodiscard]] int WriteRecord() const REQUIRES(mutex);
 
   const std::string path;
@@ -103,8 +120,9 @@ class WorkLock {
 
   support::Mutex mutex;
   support::UniqueFd file GUARDED_BY(mutex);
-  std::int64_t self GUARDED_BY(mutex) = 0;
-  unsigned turns GUARDED_BY(mutex) = 0;
+  std::int64_t self GUARDED_BY(mutex) =
+      0;  ///< the byte that stands for this worker, drawn anew for each file
+  unsigned turns GUARDED_BY(mutex) = 0;  ///< under way now
 };
 
 }  // namespace platform_host
