@@ -286,9 +286,12 @@ TEST_F(Storage, ManyThreads_ValueAndItsCompanionNeverPart) {
 TEST_F(Storage, DamageFoundByManyThreads_OneFreshDatabaseForAll) {
   fs::create_directories(records);
   ASSERT_EQ(support::ReplaceFile(databasePath, std::string(5000, 'x'), 0600), 0);
+  std::atomic<int> ready{0};
   std::vector<std::thread> threads;
   for (std::uint16_t index = 0; index < 4; ++index) {
-    threads.emplace_back([index] {
+    threads.emplace_back([index, &ready] {
+      ++ready;
+      while (ready < 4) std::this_thread::yield();
       KeyValueStorage storage(kPort);
       Set(storage, std::to_string(index), index);
     });
