@@ -1,0 +1,153 @@
+#include "tools/tsc/CreateCommand.h"
+
+#include <botan/data_src.h>
+#include <botan/pkcs8.h>
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+#include "tools/tsc/Certificates.h"
+#include "tools/tsc/ContainerWriter.h"
+#include "tools/tsc/ExitCode.h"
+#include "tools/tsc/Files.h"
+#include "tools/tsc/SignerChecks.h"
+#include "tools/tsc/Timestamps.h"
+
+namespace tsc {
+
+using platform_host::Error;
+using platform_host::Result;
+using Key = std::shared_ptr<Botan::Private_Key>;
+
+namespace {
+
+Result<Key> LoadKey(const std::string& path) {
+  const auto bytes = ReadWholeFile(path);
+  if (!bytes.Ok()) return bytes.Failure();
+  try {
+    Botan::DataSource_Memory source(bytes.Value());
+    return Key(Botan::PKCS8::load_key(source));
+  } catch (const std::exception& exception) {
+    return Error(path + ": no private key in PKCS 8 without a password: " + exception.what());
+  }
+}
+
+// Empty, or the error's text.
+std::string AddCertificates(const std::string& path, std::vector<Botan::X509_Certificate>& list) {
+  auto certificates = LoadCertificates(path);
+  if (!certificates.Ok()) return certificates.Failure().Text();
+  for (auto& certificate : std::move(certificates).Take()) list.push_back(std::move(certificate));
+  return "";
+}
+
+// Empty, or the error's text.
+std::string AddBundle(const std::string& argument, ContainerDraft& draft) {
+  const auto separator = argument.find('=');
+  if (separator == std::string::npos) return "--bundle " + argument + ": not NAME=FILE";
+  auto& bundle = draft.bundles[argument.substr(0, separator)];
+  const std::string path = argument.substr(separator + 1);
+  return path.empty() ? "" : AddCertificates(path, bundle);
+}
+
+Result<ContainerDraft> MakeDraft(const CreateOptions& options) {
+  ContainerDraft draft;
+  draft.algorithm = options.algorithm;
+  draft.id = options.id;
+  const auto timestamp = ParseTimestamp(options.timestamp, SecondsNow());
+  draft.timestamp = timestamp.has_value() ? FormatTimestamp(*timestamp) : options.timestamp;
+  for (const auto& path : options.chainFiles) {
+    const std::string error = AddCertificates(path, draft.chain);
+    if (!error.empty()) return Error(error);
+  }
+  for (const auto& argument : options.bundles) {
+    const std::string error = AddBundle(argument, draft);
+    if (!error.empty()) return Error(error);
+  }
+  return draft;
+}
+
+// Empty when every input can be read, or the error's text.
+std::string UnreadableInput(const CreateOptions& options) {
+  std::vector<std::string> paths = options.chainFiles;
+  paths.push_back(options.keyFile);
+  for (const auto& argument : options.bundles) {
+    const auto separator = argument.find('=');
+    if (separator != std::string::npos && separator + 1 < argument.size()) {
+      paths.push_back(argument.substr(separator + 1));
+    }
+  }
+  for (const auto& path : paths) {
+    const auto bytes = ReadWholeFile(path);
+    if (!bytes.Ok()) return bytes.Failure().Text();
+  }
+  return "";
+}
+
+bool Accept(const CreateOptions& options, const ContainerDraft& draft, const Key& key,
+            std::ostream& err) {
+  const auto objections = Objections(draft, *key);
+  for (const auto& objection : objections) {
+    err << "tsc create: " << (options.noCheck ? "warning: " : "") << objection << '\n';
+  }
+  return objections.empty() || options.noCheck;
+}
+
+void Tell(const CreateOptions& options, const ContainerDraft& draft, std::size_t size,
+          std::ostream& out) {
+  std::size_t certificates = 0;
+  for (const auto& entry : draft.bundles) certificates += entry.second.size();
+  if (options.json) {
+    const nlohmann::ordered_json told = {
+        {"file", options.outputFile},   {"container_id", draft.id},
+        {"timestamp", draft.timestamp}, {"bundles", draft.bundles.size()},
+        {"certificates", certificates}, {"bytes", size}};
+    out << told.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+    return;
+  }
+  out << options.outputFile << ": container " << draft.id << " of " << draft.timestamp << ", "
+      << draft.bundles.size() << " bundles, " << certificates << " certificates, " << size
+      << " bytes\n";
+}
+
+int Write(const CreateOptions& options, const ContainerDraft& draft, const Key& key,
+          std::ostream& out, std::ostream& err) {
+  std::string container;
+  try {
+    container = WriteContainer(draft, *key);
+  } catch (const std::exception& exception) {
+    err << "tsc create: " << options.keyFile << ": cannot sign: " << exception.what() << '\n';
+    return kRefused;
+  }
+  const std::string error = ReplaceWholeFile(options.outputFile, container);
+  if (!error.empty()) {
+    err << "tsc create: " << error << '\n';
+    return kFileFailed;
+  }
+  Tell(options, draft, container.size(), out);
+  return kDone;
+}
+
+}  // namespace
+
+int RunCreate(const CreateOptions& options, std::ostream& out, std::ostream& err) {
+  const std::string unreadable = UnreadableInput(options);
+  if (!unreadable.empty()) {
+    err << "tsc create: " << unreadable << '\n';
+    return kFileFailed;
+  }
+  const auto key = LoadKey(options.keyFile);
+  if (!key.Ok()) {
+    err << "tsc create: --key " << key.Failure().Text() << '\n';
+    return kRefused;
+  }
+  const auto draft = MakeDraft(options);
+  if (!draft.Ok()) {
+    err << "tsc create: " << draft.Failure().Text() << '\n';
+    return kRefused;
+  }
+  if (!Accept(options, draft.Value(), key.Value(), err)) return kRefused;
+  return Write(options, draft.Value(), key.Value(), out, err);
+}
+
+}  // namespace tsc

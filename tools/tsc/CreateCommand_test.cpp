@@ -1,0 +1,136 @@
+#include "tools/tsc/CreateCommand.h"
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/support/CommandTest.h"
+#include "tests/support/TestPki.h"
+#include "tools/tsc/ContainerContents.h"
+#include "tools/tsc/ExitCode.h"
+
+namespace tsc {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class CreateCommand : public tests::CommandTest {
+ protected:
+  CreateCommand() {
+    options.keyFile = Pki("p256-3/leaf.key.pem");
+    options.chainFiles = {Pki("p256-3/chain.pem")};
+    options.id = "id-1";
+    options.timestamp = "2026-01-02T03:04:05Z";
+    options.bundles = {"WEB=" + Pki("payload/00.der")};
+    options.outputFile = Path("out.tsc");
+  }
+
+  int Run() { return RunCreate(options, out, err); }
+  ContainerContents Written() const { return ReadContainer(Read(options.outputFile)).Value(); }
+
+  CreateOptions options;
+};
+
+TEST_F(CreateCommand, GoodInputs_ContainerWrittenAndTold) {
+  ASSERT_EQ(Run(), kDone) << err.str();
+  const auto size = std::to_string(Read(options.outputFile).size());
+  EXPECT_EQ(out.str(), Path("out.tsc") +
+                           ": container id-1 of 2026-01-02T03:04:05, 1 bundles, 1 certificates, " +
+                           size + " bytes\n");
+  EXPECT_EQ(err.str(), "");
+  EXPECT_EQ(Written().id, "id-1");
+  EXPECT_EQ(Written().timestamp, "2026-01-02T03:04:05");
+  EXPECT_EQ(Written().chain.size(), 3U);
+}
+
+TEST_F(CreateCommand, Json_TellsTheSame) {
+  options.json = true;
+  ASSERT_EQ(Run(), kDone);
+  const auto told = nlohmann::json::parse(out.str());
+  EXPECT_EQ(told["file"], options.outputFile);
+  EXPECT_EQ(told["container_id"], "id-1");
+  EXPECT_EQ(told["certificates"], 1);
+  EXPECT_EQ(told["bytes"], Read(options.outputFile).size());
+}
+
+TEST_F(CreateCommand, ChainAsSeveralFiles_InTheOrderGiven) {
+  options.chainFiles = {Pki("p256-3/chain/0.der"), Pki("p256-3/chain/1.der"),
+                        Pki("p256-3/chain/2.der")};
+  ASSERT_EQ(Run(), kDone) << err.str();
+  EXPECT_EQ(Written().chain[0].sha256, FactsOf(tests::ChainBytes("p256-3")[0]).sha256);
+  EXPECT_EQ(Written().chain[2].sha256, FactsOf(tests::ChainBytes("p256-3")[2]).sha256);
+}
+
+TEST_F(CreateCommand, BundleNamedTwiceAndEmptyBundle_JoinedAndKept) {
+  options.bundles = {"WEB=" + Pki("payload/00.der"), "NONE=", "WEB=" + Pki("root.pem")};
+  ASSERT_EQ(Run(), kDone) << err.str();
+  const auto bundles = Written().bundles;
+  ASSERT_EQ(bundles.size(), 2U);
+  EXPECT_EQ(bundles[0].name, "NONE");
+  EXPECT_EQ(bundles[0].certificates.size(), 0U);
+  EXPECT_EQ(bundles[1].certificates.size(), 2U);
+}
+
+TEST_F(CreateCommand, WhatAUnitRefuses_NotWritten) {
+  options.chainFiles = {Pki("p256-2/chain.pem")};
+  EXPECT_EQ(Run(), kRefused);
+  EXPECT_EQ(err.str(), "tsc create: key: does not belong to the first certificate of the chain\n");
+  EXPECT_FALSE(std::filesystem::exists(options.outputFile));
+}
+
+TEST_F(CreateCommand, NoCheck_WrittenWithWarnings) {
+  options.noCheck = true;
+  options.algorithm = "none";
+  options.timestamp = "some day";
+  ASSERT_EQ(Run(), kDone);
+  EXPECT_EQ(err.str(),
+            "tsc create: warning: alg: a unit takes ES256 only\n"
+            "tsc create: warning: ts: no date and time\n");
+  EXPECT_EQ(Written().algorithm, "none");
+  EXPECT_EQ(Written().timestamp, "some day");
+}
+
+TEST_F(CreateCommand, MissingInputs_EachNamed) {
+  for (std::string* const input : {&options.keyFile, &options.chainFiles[0]}) {
+    const std::string kept = std::exchange(*input, Path("missing"));
+    err.str("");
+    EXPECT_EQ(Run(), kFileFailed);
+    EXPECT_EQ(err.str(), "tsc create: " + Path("missing") + ": No such file or directory\n");
+    *input = kept;
+  }
+}
+
+TEST_F(CreateCommand, MissingBundleFile_Named) {
+  options.bundles = {"WEB=" + Path("missing")};
+  EXPECT_EQ(Run(), kFileFailed);
+  EXPECT_EQ(err.str(), "tsc create: " + Path("missing") + ": No such file or directory\n");
+}
+
+TEST_F(CreateCommand, InputsOfTheWrongKind_Refused) {
+  const std::string text = Write("text", "plain text");
+  options.keyFile = text;
+  EXPECT_EQ(Run(), kRefused);
+  EXPECT_THAT(err.str(), StartsWith("tsc create: --key " + text + ": no private key in PKCS 8"));
+
+  err.str("");
+  options.keyFile = Pki("p256-3/leaf.key.pem");
+  options.bundles = {"WEB=" + text};
+  EXPECT_EQ(Run(), kRefused);
+  EXPECT_THAT(err.str(), StartsWith("tsc create: " + text + ": no certificate: "));
+}
+
+TEST_F(CreateCommand, BundleWithoutFile_Refused) {
+  options.bundles = {"WEB"};
+  EXPECT_EQ(Run(), kRefused);
+  EXPECT_EQ(err.str(), "tsc create: --bundle WEB: not NAME=FILE\n");
+}
+
+TEST_F(CreateCommand, OutputInMissingFolder_Told) {
+  options.outputFile = Path("no/out.tsc");
+  EXPECT_EQ(Run(), kFileFailed);
+  EXPECT_EQ(err.str(), "tsc create: " + Path("no/out.tsc") + ": No such file or directory\n");
+}
+
+}  // namespace
+}  // namespace tsc
