@@ -1,0 +1,159 @@
+#include "tools/tsc/VerifyCommand.h"
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/support/CommandTest.h"
+#include "tests/support/TestContainer.h"
+#include "tools/tsc/ExitCode.h"
+
+namespace tsc {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using tests::TestContainer;
+
+class VerifyCommand : public tests::CommandTest {
+ protected:
+  VerifyCommand() {
+    options.rootFiles = {Pki("root.pem")};
+    options.ocsp = "good";
+  }
+
+  int Verify(const std::string& container) {
+    options.file = Write("in.tsc", container);
+    return RunVerify(options, out, err);
+  }
+
+  VerifyOptions options;
+};
+
+TEST_F(VerifyCommand, GoodContainer_LinesOfAUnitAndStatusZero) {
+  EXPECT_EQ(Verify(TestContainer().Build()), kDone);
+  EXPECT_EQ(out.str(),
+            "  info: X5C certificate chain parsed successfully.\n"
+            "  info: Verifying the Common Name passed.\n"
+            "  info: Checking the Timestamp passed.\n"
+            "  info: Timestamp in the installed container: 1970-01-01T00:00:00\n"
+            "  info: Timestamp in the new container: 2026-01-02T03:04:05\n"
+            "  info: X5C certificates path validation succeeded!\n"
+            "  info: Verifying the Signature passed.\n"
+            "  info: Truststores cleared succesfully.\n"
+            "  info: Certification bundle A updated succesfully.\n"
+            "  info: Certification bundle B updated succesfully.\n"
+            "status 0 (STATUS_CODE_SUCCESS): a unit would install it\n");
+  EXPECT_EQ(err.str(), "");
+}
+
+TEST_F(VerifyCommand, StatesAndContainers_StatusOfEach) {
+  const struct {
+    const char* what;
+    std::string container;
+    VerifyOptions changed;
+    const char* answer;
+  } cases[] = {
+      {"installed already",
+       TestContainer().Build(),
+       {"", {}, "id", "2026-01-02T03:04:05", "now", "good", {}, false},
+       "status 1 (STATUS_CODE_DOWNLOAD_ERROR): already installed\n"},
+      {"no container",
+       "text",
+       {"", {}, "", "0", "now", "good", {}, false},
+       "status 3 (STATUS_CODE_SIGN_VALIDATION_ERROR): not parsed\n"},
+      {"ahead of the clock",
+       TestContainer().Build(),
+       {"", {}, "", "0", "2026-01-01T03:04:04", "good", {}, false},
+       "status 4 (STATUS_CODE_DOWNGRADE_ERROR): timestamp more than 24 hours in the future\n"},
+      {"no OCSP answer",
+       TestContainer().Build(),
+       {"", {}, "", "0", "now", "none", {}, false},
+       "status 5 (STATUS_CODE_CERT_DECODE_ERROR): signer revoked or revocation unknown, or "
+       "signature wrong\n"},
+      {"older",
+       TestContainer().Build(),
+       {"", {}, "id", "2026-01-02T03:04:06", "now", "good", {}, false},
+       "status 6 (STATUS_CODE_TSC_ROLLBACK): older than the installed container\n"},
+      {"other root",
+       TestContainer("p384-3").Build(),
+       {"", {}, "", "0", "now", "good", {}, false},
+       "status 7 (STATUS_CODE_STORAGE_ERROR): signer chain leads to no root\n"},
+      {"wrong name",
+       TestContainer("cn-wrong").Build(),
+       {"", {}, "", "0", "now", "good", {}, false},
+       "status 9 (STATUS_CODE_UNEXPECTED_ERROR): signer has the wrong Common Name\n"},
+      {"bad payload",
+       TestContainer().PayloadJson(R"({"A":["AAAA"]})").Build(),
+       {"", {}, "", "0", "now", "good", {}, false},
+       "status 13 (STATUS_CODE_13): a payload certificate is not valid\n"},
+  };
+  for (const auto& entry : cases) {
+    options = entry.changed;
+    options.rootFiles = {Pki("root.pem")};
+    out.str("");
+    EXPECT_EQ(Verify(entry.container), kRefused) << entry.what;
+    EXPECT_THAT(out.str(), EndsWith(entry.answer)) << entry.what;
+  }
+}
+
+TEST_F(VerifyCommand, Switches_BypassTheirCheck) {
+  const std::string container = TestContainer().SpoilSignature().Build();
+  EXPECT_EQ(Verify(container), kRefused);
+  options.switches = {"no-check-tscsignature"};
+  EXPECT_EQ(Verify(container), kDone);
+}
+
+TEST_F(VerifyCommand, OcspDisabled_NeedsNoAnswer) {
+  options.ocsp = "none";
+  options.switches = {"OcspDisable"};
+  EXPECT_EQ(Verify(TestContainer().Build()), kDone);
+}
+
+TEST_F(VerifyCommand, TwoRootFiles_BothTried) {
+  options.rootFiles = {Pki("other-root/other-name.pem"), Pki("root.pem")};
+  EXPECT_EQ(Verify(TestContainer().Build()), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("Certificate path cannot be validated against: Unrelated Root"));
+}
+
+TEST_F(VerifyCommand, Json_HasStatusIdAndLog) {
+  options.json = true;
+  EXPECT_EQ(Verify(TestContainer("cn-wrong").Id("\"id-7\"").Build()), kRefused);
+  const auto told = nlohmann::json::parse(out.str());
+  EXPECT_EQ(told["status"], 9);
+  EXPECT_EQ(told["name"], "STATUS_CODE_UNEXPECTED_ERROR");
+  EXPECT_EQ(told["container_id"], "id-7");
+  EXPECT_EQ(told["log"].back(),
+            "error: ERROR: Certificate CommonName 'OTHER Signer' is not valid! ");
+}
+
+TEST_F(VerifyCommand, WrongOptions_EachNamed) {
+  const struct {
+    VerifyOptions options;
+    const char* error;
+  } cases[] = {
+      {{"", {}, "", "soon", "now", "good", {}, false}, "--installed-timestamp: no date and time"},
+      {{"", {}, "", "0", "soon", "good", {}, false}, "--at: no date and time"},
+      {{"", {}, "", "0", "now", "bad", {}, false}, "--ocsp: not none, good or revoked"},
+      {{"", {}, "", "0", "now", "good", {"no-check"}, false},
+       "--switch no-check: no development switch"},
+  };
+  for (const auto& entry : cases) {
+    err.str("");
+    EXPECT_EQ(RunVerify(entry.options, out, err), kUsage);
+    EXPECT_EQ(err.str(), std::string("tsc verify: ") + entry.error + "\n");
+  }
+}
+
+TEST_F(VerifyCommand, MissingFiles_EachNamed) {
+  options.file = Path("missing");
+  EXPECT_EQ(RunVerify(options, out, err), kFileFailed);
+  EXPECT_EQ(err.str(), "tsc verify: " + Path("missing") + ": No such file or directory\n");
+  err.str("");
+  options.rootFiles = {Path("none.pem")};
+  EXPECT_EQ(Verify(TestContainer().Build()), kFileFailed);
+  EXPECT_EQ(err.str(), "tsc verify: " + Path("none.pem") + ": No such file or directory\n");
+}
+
+}  // namespace
+}  // namespace tsc
