@@ -1,0 +1,138 @@
+#include "tools/tsc/TscProgram.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <functional>
+#include <ostream>
+
+#include "tools/tsc/CreateCommand.h"
+#include "tools/tsc/ExitCode.h"
+#include "tools/tsc/InspectCommand.h"
+#include "tools/tsc/SwitchesCommand.h"
+#include "tools/tsc/VerifyCommand.h"
+
+namespace tsc {
+
+namespace {
+
+constexpr const char* kExitCodes =
+    "Exit codes: 0 done; 1 a unit would refuse it, or an input is not what it should be; 2 wrong\n"
+    "options; 3 a file could not be read or written.";
+
+using Action = std::function<int(std::ostream&, std::ostream&)>;
+
+// All commands' options, and the command that was asked for.
+struct Request {
+  CreateOptions create;
+  InspectOptions inspect;
+  SwitchesOptions switches;
+  VerifyOptions verify;
+  Action action;
+};
+
+void AddCreate(CLI::App& app, Request& request) {
+  CLI::App& command = *app.add_subcommand("create", "write a signed container");
+  CreateOptions& options = request.create;
+  command.add_option("--key", options.keyFile, "the signer's private key, PKCS 8 in PEM or DER")
+      ->required();
+  command
+      .add_option("--chain", options.chainFiles,
+                  "the signer's chain, leaf first; PEM or DER, one or several files")
+      ->required();
+  command.add_option("--id", options.id, "the container's id")->required();
+  command.add_option("--timestamp", options.timestamp,
+                     "now (default), YYYY-MM-DDThh:mm:ss in UTC, or seconds since the epoch");
+  command
+      .add_option("--bundle", options.bundles,
+                  "NAME=FILE: certificates (PEM or DER) for bundle NAME; again for more; NAME= for "
+                  "an empty bundle")
+      ->required();
+  command.add_option("-o,--output", options.outputFile, "the file to write")->required();
+  command.add_option("--alg", options.algorithm, "what the header says (default ES256)");
+  command.add_flag("--no-check", options.noCheck,
+                   "write what a unit would refuse, too, and warn only");
+  command.add_flag("--json", options.json, "tell the result in JSON");
+  command.callback([&request] {
+    request.action = [&request](std::ostream& out, std::ostream& err) {
+      return RunCreate(request.create, out, err);
+    };
+  });
+}
+
+void AddInspect(CLI::App& app, Request& request) {
+  CLI::App& command =
+      *app.add_subcommand("inspect", "show what a container says, without judging it");
+  command.add_option("FILE", request.inspect.file, "the container")->required();
+  command.add_flag("--json", request.inspect.json, "show it in JSON");
+  command.callback([&request] {
+    request.action = [&request](std::ostream& out, std::ostream& err) {
+      return RunInspect(request.inspect, out, err);
+    };
+  });
+}
+
+void AddVerify(CLI::App& app, Request& request) {
+  CLI::App& command =
+      *app.add_subcommand("verify", "tell what a unit would say to a container; installs nothing");
+  VerifyOptions& options = request.verify;
+  command.add_option("FILE", options.file, "the container")->required();
+  command.add_option("--root", options.rootFiles, "PEM file of root certificates; again for more")
+      ->required();
+  command.add_option("--installed-id", options.installedId, "id of the installed container");
+  command.add_option("--installed-timestamp", options.installedTimestamp,
+                     "timestamp of the installed container; 0 (default): none is installed");
+  command.add_option("--at", options.at, "the unit's clock (default now)");
+  command.add_option("--ocsp", options.ocsp,
+                     "what is known of revocation: none (default; the unit refuses then), good, "
+                     "revoked");
+  command.add_option("--switch", options.switches,
+                     "a development switch that is on at the unit; again for more");
+  command.add_flag("--json", options.json, "tell the answer in JSON");
+  command.callback([&request] {
+    request.action = [&request](std::ostream& out, std::ostream& err) {
+      return RunVerify(request.verify, out, err);
+    };
+  });
+}
+
+void AddSwitches(CLI::App& app, Request& request) {
+  CLI::App& command =
+      *app.add_subcommand("switches", "show a unit's development switches, or write their file");
+  SwitchesOptions& options = request.switches;
+  command.add_option("--file", options.file, "the switches file (default: the unit's own)");
+  auto* const init = command.add_flag("--init", options.init, "write the default file");
+  command.add_flag("--force", options.force, "with --init: replace a file that exists")
+      ->needs(init);
+  command.add_flag("--json", options.json, "show them in JSON");
+  command.callback([&request] {
+    request.action = [&request](std::ostream& out, std::ostream& err) {
+      return RunSwitches(request.switches, out, err);
+    };
+  });
+}
+
+}  // namespace
+
+int RunTsc(std::vector<std::string> arguments, std::ostream& out, std::ostream& err) {
+  CLI::App app("Trust store containers: make them, look into them, ask what a unit would say.",
+               "tsc");
+  app.require_subcommand(1);
+  app.footer(kExitCodes);
+  Request request;
+  AddCreate(app, request);
+  AddInspect(app, request);
+  AddVerify(app, request);
+  AddSwitches(app, request);
+  try {
+    std::reverse(arguments.begin(), arguments.end());
+    app.parse(std::move(arguments));
+    return request.action(out, err);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error, out, err) == 0 ? kDone : kUsage;
+  } catch (const std::exception& error) {
+    err << "tsc: " << error.what() << '\n';
+    return kRefused;
+  }
+}
+
+}  // namespace tsc

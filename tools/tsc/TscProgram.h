@@ -1,0 +1,17 @@
+/// The command line of `tsc`: reads the options and runs the command. The process's main thread.
+#ifndef TOOLS_TSC_TSCPROGRAM_H
+#define TOOLS_TSC_TSCPROGRAM_H
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace tsc {
+
+/// Runs the command that `arguments` (without the program's name) ask for. Answers go to `out`,
+/// what is wrong to `err`. Returns the exit code. Does not throw but for exhausted memory.
+[[nodiscard]] int RunTsc(std::vector<std::string> arguments, std::ostream& out, std::ostream& err);
+
+}  // namespace tsc
+
+#endif

@@ -1,0 +1,66 @@
+#include "tools/tsc/TscProgram.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/support/CommandTest.h"
+#include "tools/tsc/ExitCode.h"
+
+namespace tsc {
+namespace {
+
+using ::testing::HasSubstr;
+
+class TscProgram : public tests::CommandTest {
+ protected:
+  int Run(const std::vector<std::string>& arguments) { return RunTsc(arguments, out, err); }
+  int Create() {
+    return Run({"create", "--key", Pki("p256-3/leaf.key.pem"), "--chain", Pki("p256-3/chain.pem"),
+                "--id", "id-1", "--bundle", "WEB=" + Pki("payload/00.der"), "--bundle",
+                "NONE=", "-o", Path("out.tsc")});
+  }
+};
+
+TEST_F(TscProgram, CreateInspectVerify_EachDone) {
+  ASSERT_EQ(Create(), kDone) << err.str();
+  EXPECT_EQ(Run({"inspect", Path("out.tsc")}), kDone);
+  EXPECT_EQ(Run({"verify", "--root", Pki("root.pem"), "--ocsp", "good", Path("out.tsc")}), kDone);
+  EXPECT_EQ(err.str(), "");
+}
+
+TEST_F(TscProgram, Switches_Shown) {
+  EXPECT_EQ(Run({"switches", "--init", "--file", Path("config.cfg")}), kDone);
+  EXPECT_EQ(Run({"switches", "--json", "--file", Path("config.cfg")}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("\"TestModeEnabled\": true"));
+}
+
+TEST_F(TscProgram, Help_OnStandardOutputWithExitCodes) {
+  EXPECT_EQ(Run({"--help"}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("Exit codes: 0 done;"));
+  EXPECT_EQ(err.str(), "");
+}
+
+TEST_F(TscProgram, WrongUsage_Two) {
+  const std::vector<std::string> cases[] = {
+      {},
+      {"burn"},
+      {"inspect"},
+      {"inspect", "--burn", "file"},
+      {"create", "--key", "k"},
+      {"verify", "file"},
+      {"switches", "--force"},
+      {"inspect", "a", "b"},
+  };
+  for (const auto& arguments : cases) {
+    err.str("");
+    EXPECT_EQ(Run(arguments), kUsage) << (arguments.empty() ? "nothing" : arguments[0]);
+    EXPECT_NE(err.str(), "");
+  }
+}
+
+TEST_F(TscProgram, CommandsOwnCode_PassedOn) {
+  EXPECT_EQ(Run({"inspect", Path("missing")}), kFileFailed);
+  EXPECT_EQ(Run({"inspect", Write("text", "text")}), kRefused);
+}
+
+}  // namespace
+}  // namespace tsc
