@@ -1,0 +1,131 @@
+"""A unit of its own for each test: the real daemon with its fixed paths, inside bwrap, touching nothing of the machine.
+
+Inside, /run, /tmp, /var/lib and /etc are folders of the test; the build folder is there (coverage data is written into
+it) and the rest of the machine is read only. Works as root or not, and any number at a time.
+"""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import urllib.parse
+from dataclasses import dataclass
+
+PROGRAM = "truststore-update-client"
+RUN_DIR = pathlib.PurePosixPath("run/csc/config/truststore-update-client")
+STATE_DIR = pathlib.PurePosixPath("var/lib/truststore-update-client")
+DEADLINE_S = 60
+# What a program needs of /etc to load, to tell the time and to resolve names.
+ETC = ("group", "hosts", "ld.so.cache", "localtime", "nsswitch.conf", "passwd", "protocols", "services")
+LOG_LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z (?P<level>[a-z]+) (?P<application>\S+) (?P<text>.*)")
+
+DEFAULT_SWITCHES = """\
+; Please Do not put an empty line, Do not put space between values. Option -m used only for 'no-check-xxx' flags.
+;
+TestModeEnabled             = true      ; Testability feature: Enables the test mode (Test logging, Test files, etch)
+ConnectionRetryTestMode     = false     ; Enable Test Mode for Connection Retry
+OcspDisable                 = false     ; Disable OCSP for testing with customized certificates
+no-check-replayprotection   = false     ; Do not check if the time stamp of the received container is newer than the \
+current one
+no-check-timestampfuture    = false     ; Do not check if the time stamp of the received container does NOT lie more \
+than one day in the future
+no-check-signcertpath       = false     ; Do not check the certification path of the signing public key given in the \
+"x5c" header
+no-check-signcertcn         = false     ; Do not check if the public key used for signing has a pre-defined Common Name
+no-check-tscsignature       = false     ; Do not check the JSON Web Signature
+no-check-ocsp               = false     ; Do not care about the OCSP check result
+no-check-all                = false     ; disable all before-mentioned checks
+;            """
+
+
+@dataclass
+class Result:
+    """What one run of the daemon left behind."""
+
+    returncode: int
+    stdout: str
+    stderr: str
+
+    def log(self):
+        """Its log: ["info: text", ...]. A line that is no log line stands as it is."""
+        return [f"{match['level']}: {match['text']}" if (match := LOG_LINE.fullmatch(line)) else line
+                for line in self.stderr.splitlines()]
+
+
+class Unit:
+    """One unit: what survives a power loss, what does not, and the daemon."""
+
+    def __init__(self, root, build_dir):
+        self.root = pathlib.Path(root)
+        self.build_dir = pathlib.Path(build_dir)
+        for folder in ("etc", "tmp", STATE_DIR / "trust-store" / "factory", STATE_DIR / "persistency", RUN_DIR):
+            (self.root / folder).mkdir(parents=True)
+        for name in ETC:
+            source = pathlib.Path("/etc") / name
+            if source.exists():
+                shutil.copy(source, self.root / "etc" / name)
+
+    @property
+    def switches_path(self):
+        return self.root / RUN_DIR / "config.cfg"
+
+    @property
+    def store_dir(self):
+        return self.root / STATE_DIR / "trust-store"
+
+    def command(self, *program):
+        """`program` inside the unit."""
+        binds = []
+        for inside in ("run", "tmp", "etc", "var/lib"):
+            binds += ["--bind", str(self.root / inside), f"/{inside}"]
+        return ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc", *binds,
+                "--bind", str(self.build_dir), str(self.build_dir), "--die-with-parent", "--new-session",
+                "--chdir", "/", *program]
+
+    def run(self, *arguments, env=None):
+        """Runs the daemon to its end. The unit's time zone is UTC."""
+        command = self.command(str(self.build_dir / "bin" / PROGRAM), *arguments)
+        environment = {**os.environ, "TZ": "UTC", **(env or {})}
+        for name in ("TSUC_HOST_CONFIG", "NOTIFY_SOCKET", "JOURNAL_STREAM"):
+            if name not in (env or {}):
+                environment.pop(name, None)
+        done = subprocess.run(command, env=environment, stdin=subprocess.DEVNULL, capture_output=True, check=False,
+                              timeout=DEADLINE_S)
+        return Result(done.returncode, done.stdout.decode(), done.stderr.decode())
+
+    def install(self, container, *arguments, env=None):
+        """Gives the daemon a container's text with -f."""
+        (self.root / "tmp" / "container.tsc").write_text(container)
+        return self.run("-f", "/tmp/container.tsc", *arguments, env=env)
+
+    def reboot(self):
+        """Empties what lives in memory, and makes the folder that the system makes at every start."""
+        for folder in ("run", "tmp"):
+            shutil.rmtree(self.root / folder)
+        (self.root / "tmp").mkdir()
+        (self.root / RUN_DIR).mkdir(parents=True)
+
+    def write_switches(self, text=DEFAULT_SWITCHES):
+        self.switches_path.write_text(text)
+
+    def switches(self):
+        """The switches file: key to value, comments left out."""
+        lines = (line.partition(";")[0] for line in self.switches_path.read_text().splitlines())
+        pairs = (line.split("=", 1) for line in lines if "=" in line)
+        return {key.strip(): value.strip() for key, value in pairs}
+
+    def provision_root(self, pem, name="ZORA"):
+        """Puts a bundle where the factory would."""
+        (self.store_dir / "factory" / f"{name}.pem").write_bytes(pem)
+
+    def store(self):
+        """The installed bundles: name to PEM text."""
+        return {urllib.parse.unquote(path.stem): path.read_text()
+                for path in sorted((self.store_dir / "installed").glob("*.pem"))}
+
+    def records(self):
+        """The installed container's id and timestamp as their files tell; None for a missing file."""
+        return tuple(path.read_text() if path.exists() else None
+                     for path in (self.root / RUN_DIR / "Truststore_Container_ID",
+                                  self.root / RUN_DIR / "Truststore_Header_Timestamp"))
