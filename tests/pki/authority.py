@@ -1,6 +1,7 @@
 """Certificates for tests, made with Python's cryptography: none of the code under test has a hand in them."""
 
 import datetime
+import ipaddress
 import pathlib
 
 from cryptography import x509
@@ -58,12 +59,12 @@ class Entity:
 
 
 def issue(subject, *, issuer=None, key=None, ca=True, ca_bit=True, key_ids=True, begin=None, end=None,
-          issuer_name=None):
+          issuer_name=None, address=None):
     """Issues a certificate for `subject` by `issuer`, or by itself.
 
     ca: a CA's key usage and basic constraints, otherwise a signer's; ca_bit False: a CA but for its CA bit.
     key_ids False: neither subject nor authority key identifier. issuer_name: what to write in place of the issuer's
-    own name.
+    own name. address: a server's IP address.
     """
     key = key or p256()
     issuer_key = issuer.key if issuer else key
@@ -84,6 +85,9 @@ def issue(subject, *, issuer=None, key=None, ca=True, ca_bit=True, key_ids=True,
         builder = builder.add_extension(x509.SubjectKeyIdentifier.from_public_key(key.public_key()), critical=False)
         authority = x509.AuthorityKeyIdentifier.from_issuer_public_key(issuer_key.public_key())
         builder = builder.add_extension(authority, critical=False)
+    if address is not None:
+        names = x509.SubjectAlternativeName([x509.IPAddress(ipaddress.ip_address(address))])
+        builder = builder.add_extension(names, critical=False)
     return Entity(key, builder.sign(issuer_key, _hash_for(issuer_key)))
 
 
