@@ -86,7 +86,9 @@ def test_m_takes_a_newline_for_false(switched_unit):
     assert result.stdout == changed(CHECKS[0], "true") + changed(CHECKS[1], "false")
 
 
-@pytest.mark.parametrize("bits, character, position", [("10x", "x", 2), ("2", "2", 0), ("1 0", " ", 1), ("111a1b", "a", 3)])
+@pytest.mark.parametrize("bits, character, position", [
+    ("10x", "x", 2), ("2", "2", 0), ("1 0", " ", 1), ("111a1b", "a", 3), ("00000000x", "x", 8),
+])
 def test_m_with_another_character_writes_nothing(switched_unit, bits, character, position):
     result = switched_unit.run("-m", bits)
     assert result.returncode == 0

@@ -144,7 +144,8 @@ def verify_with_openssl(text, leaf_pem_path):
     with tempfile.TemporaryDirectory() as folder:
         key, sig = pathlib.Path(folder) / "key.pem", pathlib.Path(folder) / "sig.der"
         sig.write_bytes(der)
-        subprocess.run(["openssl", "x509", "-in", str(leaf_pem_path), "-pubkey", "-noout", "-out", str(key)], check=True)
+        extract = ["openssl", "x509", "-in", str(leaf_pem_path), "-pubkey", "-noout", "-out", str(key)]
+        subprocess.run(extract, check=True)
         command = ["openssl", "dgst", "-sha256", "-verify", str(key), "-signature", str(sig)]
         return subprocess.run(command, input=signing_input.encode(), capture_output=True, check=False).returncode == 0
 

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Makes the keys and certificates that the tests read: make_pki.py OUTDIR. README.md names the files.
 
-Nothing happens when OUTDIR was made less than a day ago by these very scripts; otherwise everything is made anew and put
-in its place at once, so that a test sees a whole set or none.
+Nothing happens when OUTDIR was made less than a day ago by these very scripts; otherwise everything is made anew and
+put in its place at once, so that a test sees a whole set or none.
 """
 
 import fcntl

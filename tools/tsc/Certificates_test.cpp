@@ -95,5 +95,48 @@ TEST_F(Certificates, CommonNames_Concatenated) {
   EXPECT_EQ(CommonNameOf(tests::Chain("cn-missing").front()), "");
 }
 
+TEST_F(Certificates, OddOnesOfAPayload_FactsOrProblem) {
+  const struct {
+    const char* name;
+    const char* subject;
+  } cases[] = {
+      {"self-issued-no-ids", "Payload self-issued"},
+      {"self-issued-wrong-signature", "Payload wrong signature"},
+      {"issuer-unknown", "Payload orphan"},
+      {"issuer-name-own-key-other", "Payload twin"},
+      {"v1", "Payload v1"},
+      {"long-form-length", "Payload odd"},
+      {"trailing-bytes", "Payload odd"},
+      {"pem-text", "Payload odd"},
+  };
+  for (const auto& entry : cases) {
+    const auto facts = FactsOf(tests::PkiBytes(std::string("payload/odd/") + entry.name + ".der"));
+    EXPECT_EQ(facts.problem, "") << entry.name;
+    EXPECT_NE(facts.subject.find(entry.subject), std::string::npos) << facts.subject;
+  }
+}
+
+TEST_F(Certificates, EmptyNames_AreEmptyTexts) {
+  const auto facts = FactsOf(tests::PkiBytes("payload/odd/empty-names.der"));
+  EXPECT_EQ(facts.problem, "");
+  EXPECT_EQ(facts.subject + facts.issuer, "");
+}
+
+TEST_F(Certificates, RefusedOnes_HaveAProblem) {
+  for (const char* const name : {"truncated", "truncated-header", "indefinite-length",
+                                 "not-a-certificate", "empty-sequence", "nested"}) {
+    const auto facts = FactsOf(tests::PkiBytes(std::string("payload/refused/") + name + ".der"));
+    EXPECT_NE(facts.problem, "") << name;
+    EXPECT_EQ(facts.sha256.size(), 64U) << name;
+  }
+}
+
+TEST_F(Certificates, CertificatesAtTheBounds_Read) {
+  for (const char* const name : {"rsa-modulus-8192", "rsa-exponent-64", "size-4096"}) {
+    EXPECT_EQ(FactsOf(tests::PkiBytes(std::string("hostile/") + name + ".der")).problem, "")
+        << name;
+  }
+}
+
 }  // namespace
 }  // namespace tsc

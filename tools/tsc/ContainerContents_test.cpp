@@ -104,5 +104,25 @@ TEST(ContainerContents, Json_HasEveryPart) {
   EXPECT_EQ(json["bundles"][1]["certificates"][0]["sha256"].get<std::string>().size(), 64U);
 }
 
+TEST(ContainerContents, BundleNames_RawAndInTheOrderOfThePayload) {
+  const auto read = ReadContainer(Text(R"({"a":1})", R"({"b\"c":[],"A":[],"A":["AAAA"]})"));
+  ASSERT_TRUE(read.Ok());
+  ASSERT_EQ(read.Value().bundles.size(), 3U);
+  EXPECT_EQ(read.Value().bundles[0].name, R"(b\"c)");
+  EXPECT_EQ(read.Value().bundles[2].certificates.size(), 1U);
+}
+
+TEST(ContainerContents, CostlyCertificates_ShownByTheirHash) {
+  const std::string array = TestContainer::X5cArray(
+      {tests::PkiBytes("hostile/rsa-modulus-20800.der"), tests::PkiBytes("hostile/dsa-19937.der")});
+  const auto read = ReadContainer(TestContainer("p256-2").X5c(array).Build());
+  ASSERT_TRUE(read.Ok());
+  ASSERT_EQ(read.Value().chain.size(), 2U);
+  for (const auto& facts : read.Value().chain) {
+    EXPECT_NE(facts.problem, "");
+    EXPECT_EQ(facts.sha256.size(), 64U);
+  }
+}
+
 }  // namespace
 }  // namespace tsc

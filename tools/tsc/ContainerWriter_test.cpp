@@ -79,5 +79,23 @@ TEST(ContainerWriter, Container_SignedOverHeaderAndPayload) {
   EXPECT_TRUE(verifier.check_signature(signature));
 }
 
+TEST(ContainerWriter, CertificatesOfABundle_InTheOrderGiven) {
+  ContainerDraft draft = Draft();
+  draft.bundles = {
+      {"WEB", {tests::Certificate("payload/01.der"), tests::Certificate("payload/00.der")}}};
+  const auto payload = nlohmann::ordered_json::parse(PayloadText(draft));
+  for (const std::size_t index : {0U, 1U}) {
+    const auto element = payload["WEB"][index].get<std::string>();
+    EXPECT_EQ(Base64Utils::Base64UrlDecodeToBinaryVector(element),
+              tests::PkiBytes(index == 0 ? "payload/01.der" : "payload/00.der"));
+  }
+}
+
+TEST(ContainerWriter, BundleNames_AscendingAndAsTheyAre) {
+  ContainerDraft draft = Draft();
+  draft.bundles = {{"b", {}}, {"a/../c", {}}, {"B", {}}, {"", {}}};
+  EXPECT_EQ(PayloadText(draft), R"({"":[],"B":[],"a/../c":[],"b":[]})");
+}
+
 }  // namespace
 }  // namespace tsc

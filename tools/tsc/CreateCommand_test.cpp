@@ -1,5 +1,11 @@
 #include "tools/tsc/CreateCommand.h"
 
+#include <botan/data_src.h>
+#include <botan/ec_group.h>
+#include <botan/ecdsa.h>
+#include <botan/ed25519.h>
+#include <botan/pkcs8.h>
+#include <botan/system_rng.h>
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
@@ -130,6 +136,58 @@ TEST_F(CreateCommand, OutputInMissingFolder_Told) {
   options.outputFile = Path("no/out.tsc");
   EXPECT_EQ(Run(), kFileFailed);
   EXPECT_EQ(err.str(), "tsc create: " + Path("no/out.tsc") + ": No such file or directory\n");
+}
+
+TEST_F(CreateCommand, KeyInDer_Taken) {
+  Botan::DataSource_Memory source(Read(options.keyFile));
+  const auto encoding = Botan::PKCS8::BER_encode(*Botan::PKCS8::load_key(source));
+  options.keyFile = Write("key.der", {encoding.begin(), encoding.end()});
+  EXPECT_EQ(Run(), kDone) << err.str();
+}
+
+TEST_F(CreateCommand, KeyWithPassword_Refused) {
+  auto& rng = Botan::system_rng();
+  const Botan::ECDSA_PrivateKey key(rng, Botan::EC_Group("secp256r1"));
+  options.keyFile = Write("key.pem", Botan::PKCS8::PEM_encode(key, rng, "password"));
+  EXPECT_EQ(Run(), kRefused);
+  EXPECT_THAT(err.str(), StartsWith("tsc create: --key " + options.keyFile +
+                                    ": no private key in PKCS 8 without a password: "));
+}
+
+TEST_F(CreateCommand, KeyOnAnotherCurve_Refused) {
+  const Botan::ECDSA_PrivateKey key(Botan::system_rng(), Botan::EC_Group("secp384r1"));
+  options.keyFile = Write("key.pem", Botan::PKCS8::PEM_encode(key));
+  EXPECT_EQ(Run(), kRefused);
+  EXPECT_THAT(err.str(), HasSubstr("tsc create: key: ES256 needs an EC key on P-256\n"));
+}
+
+TEST_F(CreateCommand, KeyThatCannotSignSo_RefusedAlsoWithoutChecks) {
+  options.noCheck = true;
+  const Botan::Ed25519_PrivateKey key(Botan::system_rng());
+  options.keyFile = Write("key.pem", Botan::PKCS8::PEM_encode(key));
+  EXPECT_EQ(Run(), kRefused);
+  EXPECT_THAT(err.str(), HasSubstr("tsc create: " + options.keyFile + ": cannot sign: "));
+  EXPECT_FALSE(std::filesystem::exists(options.outputFile));
+}
+
+TEST_F(CreateCommand, TimestampInSeconds_WrittenAsDate) {
+  options.timestamp = "1767323045";
+  ASSERT_EQ(Run(), kDone) << err.str();
+  EXPECT_EQ(Written().timestamp, "2026-01-02T03:04:05");
+}
+
+TEST_F(CreateCommand, FileNameWithEqualsSign_IsTheFile) {
+  options.bundles = {"WEB=" + Write("a=b.pem", Read(Pki("root.pem")))};
+  ASSERT_EQ(Run(), kDone) << err.str();
+  EXPECT_EQ(Written().bundles[0].name, "WEB");
+}
+
+TEST_F(CreateCommand, ExistingOutput_KeptWhenRefused) {
+  Write("out.tsc", "older container");
+  options.id = "";
+  EXPECT_EQ(Run(), kRefused);
+  EXPECT_EQ(err.str(), "tsc create: ContainerId: empty\n");
+  EXPECT_EQ(Read(options.outputFile), "older container");
 }
 
 }  // namespace

@@ -155,5 +155,58 @@ TEST_F(VerifyCommand, MissingFiles_EachNamed) {
   EXPECT_EQ(err.str(), "tsc verify: " + Path("none.pem") + ": No such file or directory\n");
 }
 
+TEST_F(VerifyCommand, EachCheckSwitch_BypassesItsCheckAlone) {
+  const struct {
+    const char* key;
+    const char* chain;
+    const char* installed;
+    const char* at;
+  } cases[] = {
+      {"no-check-replayprotection", "p256-3", "2026-01-02T03:04:06", "now"},
+      {"no-check-signcertpath", "p384-3", "0", "now"},
+      {"no-check-signcertcn", "cn-wrong", "0", "now"},
+      {"no-check-all", "p384-3", "2026-01-02T03:04:06", "now"},
+  };
+  for (const auto& entry : cases) {
+    options.installedTimestamp = entry.installed;
+    options.at = entry.at;
+    const std::string container = TestContainer(entry.chain).Build();
+    options.switches.clear();
+    EXPECT_EQ(Verify(container), kRefused) << entry.key;
+    options.switches = {"TestModeEnabled"};
+    EXPECT_EQ(Verify(container), kRefused) << entry.key;
+    options.switches = {entry.key};
+    EXPECT_EQ(Verify(container), kDone) << entry.key << out.str();
+  }
+}
+
+TEST_F(VerifyCommand, ClockBeforeTheSigner_ChainRefused) {
+  options.at = "2026-01-02T03:04:05";
+  EXPECT_EQ(Verify(TestContainer().Build()), kRefused);
+  EXPECT_THAT(out.str(), EndsWith("status 7 (STATUS_CODE_STORAGE_ERROR): signer chain leads to no "
+                                  "root\n"));
+}
+
+TEST_F(VerifyCommand, ControlCharactersOfTheContainer_EscapedInTheLines) {
+  EXPECT_EQ(Verify(TestContainer("cn-line-feed").Build()), kRefused);
+  EXPECT_THAT(out.str(), HasSubstr("'KALVIRON one\\x0atwo'"));
+}
+
+TEST_F(VerifyCommand, RootFileWithoutCertificate_ChainRefused) {
+  options.rootFiles = {Write("empty.pem", "no certificate\n")};
+  EXPECT_EQ(Verify(TestContainer().Build()), kRefused);
+  EXPECT_THAT(out.str(), HasSubstr("error: Error: Certificate Path validation failed\nstatus 7 "));
+}
+
+TEST_F(VerifyCommand, NothingOfTheRun_StaysOnDisk) {
+  ASSERT_EQ(Verify(TestContainer().Build()), kDone);
+  std::size_t files = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(directory.Path())) {
+    EXPECT_EQ(entry.path().filename(), "in.tsc");
+    ++files;
+  }
+  EXPECT_EQ(files, 1U);
+}
+
 }  // namespace
 }  // namespace tsc
