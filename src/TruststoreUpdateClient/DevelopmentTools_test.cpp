@@ -129,7 +129,7 @@ TEST_F(DevelopmentToolsFile, LinesThatTurnOn_On) {
                                           "OcspDisable = true\n",
                                           "OcspDisable= true",
                                           "OcspDisable\t=\ttrue\t",
-                                          "OcspDisable   =   true   ; why",
+                                          "OcspDisable = true ; why; and more",
                                           "OcspDisable=true;=false",
                                           "OcspDisable and more = true",
                                           "; comment\n\n   \nOcspDisable=true\n;"};

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <thread>
 
 #include "TruststoreUpdateClient/Constants.h"
 #include "ara/per/KeyValueStorage.h"

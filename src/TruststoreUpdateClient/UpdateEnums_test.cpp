@@ -2,12 +2,18 @@
 
 #include <gmock/gmock.h>
 
+#include <ostream>
+#include <vector>
+
 namespace truststore_update_client {
 namespace {
 
 struct NamedStatus {
   unsigned value;
   const char* name;
+
+  // How a failure names its case.
+  friend void PrintTo(const NamedStatus& status, std::ostream* stream) { *stream << status.value; }
 };
 
 class StatusNameOf : public ::testing::TestWithParam<NamedStatus> {};
