@@ -13,7 +13,7 @@ struct CommandLine {
   bool runClient = false;  ///< false: everything has been done or told already
   bool factoryReset = false;
   std::string
-      developmentContainer;  ///< path of a container to install instead of running as a daemon
+      developmentContainer;  ///< container to install instead of running as a daemon; "": none
 };
 
 /// Reads the arguments. Options that write development switches do so at once, through `tools` into

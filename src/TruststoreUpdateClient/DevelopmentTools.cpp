@@ -34,7 +34,6 @@ const std::array<DevelopmentSwitch, 10> kDevelopmentSwitches = {{
 
 namespace {
 
-constexpr std::size_t kMaxTestFileBytes = 256 * 1024 * 1024;
 constexpr mode_t kFileMode = 0644;
 constexpr const char* kBlanks = " \t";
 

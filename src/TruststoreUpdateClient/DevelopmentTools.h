@@ -30,6 +30,9 @@ extern const std::array<DevelopmentSwitch, 10> kDevelopmentSwitches;
 /// The largest switches file that is read.
 inline constexpr std::size_t kMaxConfigFileBytes = 1024 * 1024;
 
+/// The largest file of a test run that is read back.
+inline constexpr std::size_t kMaxTestFileBytes = 128 * 1024 * 1024;
+
 /// Reads the switches file once, at construction, and writes it for the command line. No failure
 /// stops the client: a missing or malformed file leaves the affected switches off, which is how a
 /// production unit runs.
@@ -41,6 +44,7 @@ class DevelopmentTools {
   /// Reads the switches file at `configFile` instead.
   explicit DevelopmentTools(std::string configFile);
 
+  /// The file that this object has read.
   [[nodiscard]] std::string GetConfigFilename() const;
 
   /// The switch of this key. An unknown key is reported and answered with false.

@@ -103,10 +103,12 @@ bool HSM::RemoveAllTrustStores() {
   // or as older.
   if (SetInstalledContainerId("")) {
     CSCLogging::LogError("ERROR: Clearing the Container Id failed");
+    DropRecord(kContainerIdKey);
     failed = true;
   }
   if (SetInstalledContainerTimestamp(0)) {
     CSCLogging::LogError("ERROR: Clearing the Timestamp failed");
+    DropRecord(kTimestampKey);
     failed = true;
   }
   if (trustStoreApi->RemoveAllTrustStores() == 0) {
@@ -174,6 +176,17 @@ bool HSM::StoreRecord(const std::string& text, const std::string& file, const st
   }
   CSCLogging::LogError(failureLine);
   return true;
+}
+
+// A record that cannot be cleared, say because the directory of its file is missing, must not
+// outlive the trust stores: a unit without bundles that believes to be up to date would never be
+// updated again.
+void HSM::DropRecord(const std::string& key) {
+  std::string bytes;
+  if (fileStorage.ReadRecord(key, bytes) != RecordState::kPresent) return;
+  if (fileStorage.UnstoreFile(key) != 0) {
+    CSCLogging::LogError("ERROR: Removing the record " + key + " failed");
+  }
 }
 
 // Power that fails between the two records leaves a timestamp without an id. It would have the same

@@ -85,6 +85,7 @@ class HSM : public HSMIf {
                                  const Botan::X509_Certificate& root) const;
   [[nodiscard]] bool StoreRecord(const std::string& text, const std::string& file,
                                  const std::string& key, std::string_view failureLine);
+  void DropRecord(const std::string& key);
   void ClearRecordOfUnfinishedInstallation();
 
   std::shared_ptr<ostra::tee::TrustStoreUpdateAPI> trustStoreApi;

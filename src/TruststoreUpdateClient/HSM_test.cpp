@@ -142,6 +142,17 @@ TEST_F(HSMTest, RemoveAllTrustStores_ClearsRecordsBeforeTheStore) {
   EXPECT_THAT(log.Lines(), ElementsAre("info: Truststores cleared succesfully."));
 }
 
+TEST_F(HSMTest, RecordsThatCannotBeClearedWithTheStore_AreDropped) {
+  records->records = {{"truststore-container-id", "c"}, {"truststore-timestamp", "5"}};
+  HSM::Collaborators collaborators = Collaborators();
+  collaborators.containerIdFile = directory.Path() + "/missing/id";
+  collaborators.timestampFile = directory.Path() + "/missing/timestamp";
+  HSM hsm(std::move(collaborators));
+  EXPECT_TRUE(hsm.RemoveAllTrustStores());
+  EXPECT_THAT(trustStore->Installed(), IsEmpty());
+  EXPECT_THAT(records->records, IsEmpty());
+}
+
 TEST_F(HSMTest, RemoveAllTrustStores_RunsEveryStepWhateverFails) {
   HSM hsm(Collaborators());
   log.Clear();

@@ -33,17 +33,17 @@ PersistentFileStorageImpl::PersistentFileStorageImpl()
 }
 
 int PersistentFileStorageImpl::StoreFile(const std::string& key, const std::string& path) const {
-  std::string bytes;
-  const int error = support::ReadFile(path, kMaxFileBytes, bytes);
-  if (error == EFBIG) {
-    CSCLogging::LogError(logger.SubLog("File is too big!"));
-    return 1;
-  }
-  if (error != 0) {
-    LogFailure("Cannot read file ", path, std::strerror(error));
-    return 1;
-  }
   try {
+    std::string bytes;
+    const int error = support::ReadFile(path, kMaxFileBytes, bytes);
+    if (error == EFBIG) {
+      CSCLogging::LogError(logger.SubLog("File is too big!"));
+      return 1;
+    }
+    if (error != 0) {
+      LogFailure("Cannot read file ", path, std::strerror(error));
+      return 1;
+    }
     WriteRecord(key, bytes);
   } catch (const std::exception& exception) {
     LogFailure("Cannot store key ", key, exception.what());

@@ -1,5 +1,6 @@
 #include "TruststoreUpdateClient/UpdateHandler.h"
 
+#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <utility>
@@ -42,7 +43,9 @@ void UpdateHandler::UpdateDevContainer(const std::string& path) {
   const int error = support::ReadFile(path, kMaxContainerFileBytes, content);
   if (error != 0) {
     CSCLogging::LogError("Failed to open '" + path + "'");
-    CSCLogging::LogInfo(std::string("The container file was not read: ") + std::strerror(error));
+    if (error != ENOENT) {
+      CSCLogging::LogInfo(std::string("The container file was not read: ") + std::strerror(error));
+    }
     return;
   }
   const ResponseStatus status = VerifyAndInstallContainer(content);

@@ -14,17 +14,30 @@ using csc_logging::CSCLogging;
 using development_tools::DevelopmentTools;
 namespace tuc = truststore_update_client;
 
+// Switches of one test run never outlive it, however it ends.
+class SwitchesOfOneRun {
+ public:
+  explicit SwitchesOfOneRun(const DevelopmentTools& developmentTools) : tools(developmentTools) {}
+  SwitchesOfOneRun(const SwitchesOfOneRun&) = delete;
+  SwitchesOfOneRun& operator=(const SwitchesOfOneRun&) = delete;
+  ~SwitchesOfOneRun() {
+    tools.ModifyConfigFile("ConnectionRetryTestMode", "false", tuc::testing::TSUC_CONFIG_FILE_NAME);
+    tools.ModifyConfigFile("OcspDisable", "false", tuc::testing::TSUC_CONFIG_FILE_NAME);
+  }
+
+ private:
+  const DevelopmentTools& tools;
+};
+
 void RunClient(const tuc::CommandLine& commandLine, const DevelopmentTools& tools) {
   tuc::TruststoreUpdateClient client;
+  const SwitchesOfOneRun switches(tools);
   if (commandLine.developmentContainer.empty()) {
     CSCLogging::LogError(
         "This version cannot reach a backend yet: give it a container with -f filename");
   } else {
     client.HandleDevContainer(commandLine.developmentContainer, commandLine.factoryReset);
   }
-  // Switches of one test run never outlive it.
-  tools.ModifyConfigFile("ConnectionRetryTestMode", "false", tuc::testing::TSUC_CONFIG_FILE_NAME);
-  tools.ModifyConfigFile("OcspDisable", "false", tuc::testing::TSUC_CONFIG_FILE_NAME);
 }
 
 }  // namespace

@@ -15,7 +15,7 @@
 #include "platform/host/work_lock/WorkLock.h"
 #include "support/FileContents.h"
 #include "tests/doubles/FakeTrustStore.h"
-#include "tests/doubles/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace tests {
 namespace {

@@ -10,7 +10,7 @@
 
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "support/UniqueFd.h"
-#include "tests/doubles/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace ara::exec {
 namespace {

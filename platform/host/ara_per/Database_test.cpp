@@ -15,7 +15,7 @@
 
 #include "support/FileContents.h"
 #include "tests/doubles/ChildProcess.h"
-#include "tests/doubles/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace platform_host {
 namespace {

@@ -16,7 +16,7 @@
 #include "platform/host/work_lock/WorkLock.h"
 #include "support/FileContents.h"
 #include "tests/doubles/ChildProcess.h"
-#include "tests/doubles/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace ara::per {
 namespace {

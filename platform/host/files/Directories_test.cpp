@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "support/FileContents.h"
-#include "tests/doubles/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace platform_host {
 namespace {

@@ -14,7 +14,7 @@
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "support/FileContents.h"
 #include "support/Mutex.h"
-#include "tests/doubles/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace lumo_connector {
 namespace {

@@ -15,7 +15,7 @@
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "support/FileContents.h"
 #include "tests/doubles/ChildProcess.h"
-#include "tests/doubles/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace platform_host {
 namespace {

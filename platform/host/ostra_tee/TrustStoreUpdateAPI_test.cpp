@@ -8,7 +8,7 @@
 #include "platform/host/config/HostConfig.h"
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "support/FileContents.h"
-#include "tests/doubles/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace platform_host {
 namespace {
