@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,11 @@ struct Implementation {
   const char* name;
   std::function<std::unique_ptr<Subject>()> make;
 };
+
+/// Names the tests for ctest.
+void PrintTo(const Implementation& implementation, std::ostream* out) {
+  *out << implementation.name;
+}
 
 class TrustStoreContract : public ::testing::TestWithParam<Implementation> {
  protected:
