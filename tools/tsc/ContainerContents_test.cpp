@@ -19,6 +19,11 @@ std::string Text(const std::string& header, const std::string& payload,
          signature;
 }
 
+std::string HeaderOf(std::size_t bytes) {
+  const std::string frame = R"({"a":""})";
+  return R"({"a":")" + std::string(bytes - frame.size(), 'x') + R"("})";
+}
+
 std::string ErrorOf(const std::string& text) {
   const platform_host::CapturedLog log;
   const auto contents = ReadContainer(text);
@@ -66,7 +71,6 @@ TEST(ContainerContents, MissingFields_AreEmpty) {
 
 TEST(ContainerContents, BadTexts_ErrorsNamePartAndField) {
   const std::string deep = std::string(17, '[') + std::string(17, ']');
-  const std::string large = R"({"a":")" + std::string(256 * 1024, 'x') + R"("})";
   const std::pair<std::string, std::string> cases[] = {
       {"", "no container: 0 dots in place of 2"},
       {"plain text", "no container: 0 dots in place of 2"},
@@ -77,7 +81,7 @@ TEST(ContainerContents, BadTexts_ErrorsNamePartAndField) {
       {Text("text", "{}"), "header: no JSON object with any key"},
       {Text("{}", "{}"), "header: no JSON object with any key"},
       {Text(R"({"a":)" + deep + "}", "{}"), "header: no JSON object with any key"},
-      {Text(large, "{}"), "header: more than 262144 bytes"},
+      {Text(HeaderOf(256 * 1024 + 1), "{}"), "header: more than 262144 bytes"},
       {Text(R"({"x5c":["AAAA","!"]})", "{}"), "header: x5c[1]: no base64 text"},
       {Text(R"({"a":1})", ""), "payload: no base64url text"},
       {Text(R"({"a":1})", "[1]"), "payload: no JSON object with any key"},
@@ -89,9 +93,7 @@ TEST(ContainerContents, BadTexts_ErrorsNamePartAndField) {
 }
 
 TEST(ContainerContents, HeaderAtTheBound_Read) {
-  const std::string frame = R"({"a":""})";
-  const std::string header = R"({"a":")" + std::string(256 * 1024 - frame.size(), 'x') + R"("})";
-  EXPECT_EQ(ErrorOf(Text(header, R"({"A":[]})")), "");
+  EXPECT_EQ(ErrorOf(Text(HeaderOf(256 * 1024), R"({"A":[]})")), "");
 }
 
 TEST(ContainerContents, Json_HasEveryPart) {
