@@ -17,7 +17,7 @@
 #include "support/FileContents.h"
 #include "support/UniqueFd.h"
 #include "tests/doubles/ChildProcess.h"
-#include "tests/doubles/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace tests {
 namespace {
