@@ -34,8 +34,8 @@ class TrustStoreDirectory : public ostra::tee::TrustStoreUpdateAPI {
   [[nodiscard]] int RemoveAllTrustStores() override;
 
  private:
-  /// Whether `layer` has a readable bundle of this name, which is then in `pem` (empty otherwise). A
-  /// file that cannot be read is told in the log: the other layer may still serve.
+  /// Whether `layer` has a readable bundle of this name, which is then in `pem` (empty otherwise).
+  /// A file that cannot be read is told in the log: the other layer may still serve.
   bool ReadLayer(const std::string& layer, const std::string& name, std::string& pem) const;
 
   /// As InstallCertificateBundle; returns the failure, none after success.

@@ -8,7 +8,8 @@
 
 namespace csc_logging {
 
-/// Built with `<<` from texts and integers (in decimal, eight-bit ones too), then handed to CSCLogging whole.
+/// Built with `<<` from texts and integers (in decimal, eight-bit ones too), then handed to
+/// CSCLogging whole.
 class CSCLogEntry {
  public:
   CSCLogEntry& operator<<(std::string_view piece) {

@@ -1,5 +1,6 @@
-/// Whole files, read and replaced: every byte arrives or an errno says why not. Used by the client and the host platform
-/// alike; any thread, no state. Header-only; an implementation of the platform keeps this file as it is.
+/// Whole files, read and replaced: every byte arrives or an errno says why not. Used by the client
+/// and the host platform alike; any thread, no state. Header-only; an implementation of the
+/// platform keeps this file as it is.
 #ifndef SUPPORT_FILECONTENTS_H
 #define SUPPORT_FILECONTENTS_H
 
@@ -16,9 +17,11 @@
 
 namespace support {
 
-/// Reads all of `path` into `contents`. Returns 0 or an errno: EFBIG when it holds more than `limit` bytes; then, and
-/// after every other failure, `contents` is empty. A growing or endless file ends at the limit.
-[[nodiscard]] inline int ReadFile(const std::string& path, std::size_t limit, std::string& contents) {
+/// Reads all of `path` into `contents`. Returns 0 or an errno: EFBIG when it holds more than
+/// `limit` bytes; then, and after every other failure, `contents` is empty. A growing or endless
+/// file ends at the limit.
+[[nodiscard]] inline int ReadFile(const std::string& path, std::size_t limit,
+                                  std::string& contents) {
   contents.clear();
   const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!file.IsOpen()) return errno;
@@ -54,14 +57,16 @@ namespace support {
   return 0;
 }
 
-/// Makes what has been renamed, made or removed in `directory` survive a power loss. Returns 0 or an errno.
+/// Makes what has been renamed, made or removed in `directory` survive a power loss. Returns 0 or
+/// an errno.
 [[nodiscard]] inline int SyncDirectory(const std::string& directory) {
   const UniqueFd fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return fd.IsOpen() && ::fsync(fd.Get()) == 0 ? 0 : errno;
 }
 
-/// Replaces the file at `path` by one with `bytes` and `mode` (whatever the umask): readers, and the disk after a power
-/// loss, hold the old file or the new one, never a part. Returns 0 or an errno; after a failure the old file stands.
+/// Replaces the file at `path` by one with `bytes` and `mode` (whatever the umask): readers, and
+/// the disk after a power loss, hold the old file or the new one, never a part. Returns 0 or an
+/// errno; after a failure the old file stands.
 [[nodiscard]] inline int ReplaceFile(const std::string& path, std::string_view bytes, mode_t mode) {
   std::string temporary = path + ".XXXXXX";
   UniqueFd file(::mkostemp(temporary.data(), O_CLOEXEC));

@@ -1,6 +1,7 @@
-/// Mutex, MutexLock and ConditionVariable: the standard ones with clang's thread-safety annotations, so that the
-/// compiler checks the lock rules that headers state. Used by the client and the host platform alike; any thread.
-/// Header-only and free of platform calls: an implementation of the platform keeps this file as it is.
+/// Mutex, MutexLock and ConditionVariable: the standard ones with clang's thread-safety
+/// annotations, so that the compiler checks the lock rules that headers state. Used by the client
+/// and the host platform alike; any thread. Header-only and free of platform calls: an
+/// implementation of the platform keeps this file as it is.
 #ifndef SUPPORT_MUTEX_H
 #define SUPPORT_MUTEX_H
 
@@ -48,7 +49,8 @@ class SCOPED_CAPABILITY MutexLock {
   Mutex& held;
 };
 
-/// A std::condition_variable over Mutex. Wait in an explicit `while` over the guarded state: waits may end spuriously.
+/// A std::condition_variable over Mutex. Wait in an explicit `while` over the guarded state: waits
+/// may end spuriously.
 class ConditionVariable {
  public:
   void Wait(Mutex& heldMutex) REQUIRES(heldMutex) {

@@ -1,5 +1,5 @@
-/// The one owner of a file descriptor. Not synchronised: each object belongs to one thread at a time.
-/// Header-only; an implementation of the platform keeps this file as it is.
+/// The one owner of a file descriptor. Not synchronised: each object belongs to one thread at a
+/// time. Header-only; an implementation of the platform keeps this file as it is.
 #ifndef SUPPORT_UNIQUEFD_H
 #define SUPPORT_UNIQUEFD_H
 
@@ -25,7 +25,8 @@ class UniqueFd {
   [[nodiscard]] int Get() const { return fd; }
   [[nodiscard]] bool IsOpen() const { return fd >= 0; }
 
-  /// Closes now and tells the result of close(2): 0, or -1 with errno set. For files whose last write may still fail.
+  /// Closes now and tells the result of close(2): 0, or -1 with errno set. For files whose last
+  /// write may still fail.
   [[nodiscard]] int Close() { return ::close(std::exchange(fd, -1)); }
 
  private:

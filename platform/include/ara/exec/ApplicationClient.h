@@ -15,7 +15,8 @@ enum class ApplicationState : std::uint8_t {
 /// A short-lived handle; any thread, any number at a time.
 class ApplicationClient {
  public:
-  /// Does not block and does not throw; a report that cannot be delivered is logged by the platform.
+  /// Does not block and does not throw; a report that cannot be delivered is logged by the
+  /// platform.
   void ReportApplicationState(ApplicationState state) noexcept;
 };
 

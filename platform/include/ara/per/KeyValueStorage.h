@@ -16,15 +16,17 @@ class StorageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// One opened store. What one object writes is one transaction: other objects, and the medium after a power loss, see
-/// all of it or nothing. An object belongs to one thread; several objects may be open at once, in several processes.
+/// One opened store. What one object writes is one transaction: other objects, and the medium after
+/// a power loss, see all of it or nothing. An object belongs to one thread; several objects may be
+/// open at once, in several processes.
 class KeyValueStorage {
  public:
   /// Opens the store of `portName`, which is made when it does not exist. Throws StorageError.
   explicit KeyValueStorage(const std::string& portName);
 
-  /// Closes the store. Writes that SyncToStorage has not committed are committed now, unless an operation of this object
-  /// has failed: then they are dropped. A failure is only logged: call SyncToStorage to learn of it.
+  /// Closes the store. Writes that SyncToStorage has not committed are committed now, unless an
+  /// operation of this object has failed: then they are dropped. A failure is only logged: call
+  /// SyncToStorage to learn of it.
   ~KeyValueStorage();
   KeyValueStorage(const KeyValueStorage&) = delete;
   KeyValueStorage& operator=(const KeyValueStorage&) = delete;
@@ -41,8 +43,8 @@ class KeyValueStorage {
   /// Removes `key` if it is there. Throws StorageError.
   void RemoveKey(const std::string& key);
 
-  /// Commits everything written so far; when it returns, that survives a power loss. Throws StorageError, and nothing
-  /// of the transaction is kept.
+  /// Commits everything written so far; when it returns, that survives a power loss. Throws
+  /// StorageError, and nothing of the transaction is kept.
   void SyncToStorage();
 
  private:
