@@ -53,8 +53,8 @@ CommandLine ParseCommandLine(int argc, char** argv, const DevelopmentTools& tool
     --argc;
     commandLine.factoryReset = true;
   }
-  for (int option = getopt(argc, argv, "f:m:rh"); option != -1;
-       option = getopt(argc, argv, "f:m:rh")) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs yet
+  for (int option; (option = getopt(argc, argv, "f:m:rh")) != -1;) {
     switch (option) {
       case 'f':
         commandLine.developmentContainer = ContainerPath(optarg);

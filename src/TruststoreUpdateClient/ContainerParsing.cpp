@@ -48,7 +48,7 @@ std::string BeyondChainBounds(std::string_view x5cValueText) {
   for (std::size_t count = 1; texts.Next(quoted); ++count) {
     if (count > kMaxSignerCertificates) return "too many certificates";
     bool decoded = false;
-    const std::string reason = BeyondSignerBounds(DecodeX5cText(quoted, decoded));
+    std::string reason = BeyondSignerBounds(DecodeX5cText(quoted, decoded));
     if (!reason.empty()) return reason;
   }
   return {};

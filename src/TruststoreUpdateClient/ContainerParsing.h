@@ -21,7 +21,7 @@
 namespace truststore_update_client {
 
 /// The largest decoded header that is read. A header with sixteen certificates has under 100 KiB.
-inline constexpr std::size_t kMaxHeaderBytes = 256 * 1024;
+inline constexpr std::size_t kMaxHeaderBytes = std::size_t{256} * 1024;
 
 /// The parsing operations of a container handler.
 class ContainerParsing {

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <cstring>
 #include <iomanip>
 #include <iostream>
 #include <sstream>
@@ -163,7 +162,7 @@ bool DevelopmentTools::ModifyConfigFile(const std::string& key, const std::strin
                  key + " = " + value);
     const int error = support::ReplaceFile(file, text, ModeOf(file));
     if (error != 0) {
-      PrintRed("Option '" + key + "' could not be written: " + std::strerror(error));
+      PrintRed("Option '" + key + "' could not be written: " + support::ErrorText(error));
       return false;
     }
     PrintGreen("Option '" + key + "' value changed to '" + value + "'");
@@ -186,11 +185,10 @@ bool DevelopmentTools::CopyConfigFile(const std::string& from, const std::string
 
 void DevelopmentTools::SaveFile(const std::string& what, const std::string& path,
                                 const std::string& text) const {
-  if (support::ReplaceFile(path, text, kFileMode) != 0) {
-    Report("Testlog: Error writing " + what + " to '" + path + "'");
-  } else {
-    Report("Testlog: " + what + " written to '" + path + "'");
-  }
+  const bool written = support::ReplaceFile(path, text, kFileMode) == 0;
+  Report((written ? "Testlog: " + what + " written to '"
+                  : "Testlog: Error writing " + what + " to '") +
+         path + "'");
 }
 
 void DevelopmentTools::SaveBinaryFile(const std::string& what, const std::string& path,

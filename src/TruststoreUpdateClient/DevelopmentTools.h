@@ -28,10 +28,10 @@ struct DevelopmentSwitch {
 extern const std::array<DevelopmentSwitch, 10> kDevelopmentSwitches;
 
 /// The largest switches file that is read.
-inline constexpr std::size_t kMaxConfigFileBytes = 1024 * 1024;
+inline constexpr std::size_t kMaxConfigFileBytes = std::size_t{1024} * 1024;
 
 /// The largest file of a test run that is read back.
-inline constexpr std::size_t kMaxTestFileBytes = 128 * 1024 * 1024;
+inline constexpr std::size_t kMaxTestFileBytes = std::size_t{128} * 1024 * 1024;
 
 /// Reads the switches file once, at construction, and writes it for the command line. No failure
 /// stops the client: a missing or malformed file leaves the affected switches off, which is how a

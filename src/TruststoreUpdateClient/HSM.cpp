@@ -4,7 +4,6 @@
 #include <botan/version.h>
 
 #include <cstdint>
-#include <cstring>
 #include <exception>
 #include <limits>
 #include <utility>
@@ -170,7 +169,7 @@ bool HSM::StoreRecord(const std::string& text, const std::string& file, const st
   const int error = support::ReplaceFile(file, text, kRecordFileMode);
   if (error != 0) {
     CSCLogging::LogError(CSCLogEntry()
-                         << "Cannot write '" << file << "': " << std::strerror(error));
+                         << "Cannot write '" << file << "': " << support::ErrorText(error));
   } else if (fileStorage.StoreFile(key, file) == 0) {
     return false;
   }

@@ -12,7 +12,7 @@ namespace truststore_update_client {
 
 /// A CA certificate has 0.5 to 4 KB. Above 64 KiB the library's decoding of alternative names grows
 /// to seconds.
-inline constexpr std::size_t kMaxPayloadCertificateBytes = 64 * 1024;
+inline constexpr std::size_t kMaxPayloadCertificateBytes = std::size_t{64} * 1024;
 
 /// The PEM encoding of the certificate in `encoding`. Accepts what the constructor of
 /// Botan::X509_Certificate accepts, up to kMaxPayloadCertificateBytes, and returns what its

@@ -1,7 +1,6 @@
 #include "TruststoreUpdateClient/PersistentFileStorageImpl.h"
 
 #include <cerrno>
-#include <cstring>
 #include <exception>
 #include <vector>
 
@@ -41,7 +40,7 @@ int PersistentFileStorageImpl::StoreFile(const std::string& key, const std::stri
       return 1;
     }
     if (error != 0) {
-      LogFailure("Cannot read file ", path, std::strerror(error));
+      LogFailure("Cannot read file ", path, support::ErrorText(error));
       return 1;
     }
     WriteRecord(key, bytes);
@@ -60,7 +59,7 @@ int PersistentFileStorageImpl::LoadFile(const std::string& key, const std::strin
   if (state != RecordState::kPresent) return 1;
   const int error = support::ReplaceFile(path, bytes, kFileMode);
   if (error != 0) {
-    LogFailure("Cannot write file ", path, std::strerror(error));
+    LogFailure("Cannot write file ", path, support::ErrorText(error));
     return 1;
   }
   return 0;

@@ -1,7 +1,6 @@
 #include "TruststoreUpdateClient/UpdateHandler.h"
 
 #include <cerrno>
-#include <cstring>
 #include <exception>
 #include <utility>
 
@@ -44,7 +43,7 @@ void UpdateHandler::UpdateDevContainer(const std::string& path) {
   if (error != 0) {
     CSCLogging::LogError("Failed to open '" + path + "'");
     if (error != ENOENT) {
-      CSCLogging::LogInfo(std::string("The container file was not read: ") + std::strerror(error));
+      CSCLogging::LogInfo(std::string("The container file was not read: ") + support::ErrorText(error));
     }
     return;
   }

@@ -14,7 +14,7 @@ namespace truststore_update_client {
 
 /// The largest container file that is read: twenty times a container of every CA that the web
 /// knows.
-inline constexpr std::size_t kMaxContainerFileBytes = 128 * 1024 * 1024;
+inline constexpr std::size_t kMaxContainerFileBytes = std::size_t{128} * 1024 * 1024;
 
 /// Hands containers to a ContainerHandler.
 class UpdateHandler : public UpdateHandlerIf {

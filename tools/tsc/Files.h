@@ -12,7 +12,7 @@
 namespace tsc {
 
 /// The largest file that is read: far above any container.
-inline constexpr std::size_t kMaxFileBytes = 256 * 1024 * 1024;
+inline constexpr std::size_t kMaxFileBytes = std::size_t{256} * 1024 * 1024;
 
 /// The bytes of `path`. The error names the file; it tells a file above kMaxFileBytes too.
 [[nodiscard]] platform_host::Result<std::string> ReadWholeFile(const std::string& path);

@@ -45,7 +45,9 @@ bool IsJournal(int descriptor, const char* journalStream) {
 }
 
 std::shared_ptr<LogSink> MakeStandardErrorSink(const std::string& applicationId) {
-  const auto style = IsJournal(STDERR_FILENO, std::getenv("JOURNAL_STREAM"))
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the client never changes its environment
+  const char* journalStream = std::getenv("JOURNAL_STREAM");
+  const auto style = IsJournal(STDERR_FILENO, journalStream)
                          ? DescriptorSink::Style::kJournal
                          : DescriptorSink::Style::kTimestamp;
   return std::make_shared<DescriptorSink>(STDERR_FILENO, style, applicationId);

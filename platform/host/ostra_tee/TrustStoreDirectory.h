@@ -22,7 +22,7 @@ namespace platform_host {
 class TrustStoreDirectory : public ostra::tee::TrustStoreUpdateAPI {
  public:
   /// Largest bundle that is installed or read.
-  static constexpr std::size_t kBundleLimit = 64U * 1024 * 1024;
+  static constexpr std::size_t kBundleLimit = std::size_t{64} * 1024 * 1024;
 
   /// Touches nothing yet. `directory` is absolute and made when something is installed; `workLock`
   /// outlives this object.

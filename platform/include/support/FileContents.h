@@ -12,10 +12,16 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "support/UniqueFd.h"
 
 namespace support {
+
+/// What an errno means, for log lines.
+[[nodiscard]] inline std::string ErrorText(int error) {
+  return std::generic_category().message(error);
+}
 
 /// Reads all of `path` into `contents`. Returns 0 or an errno: EFBIG when it holds more than
 /// `limit` bytes; then, and after every other failure, `contents` is empty. A growing or endless
@@ -66,8 +72,14 @@ namespace support {
 
 /// Replaces the file at `path` by one with `bytes` and `mode` (whatever the umask): readers, and
 /// the disk after a power loss, hold the old file or the new one, never a part. Returns 0 or an
-/// errno; after a failure the old file stands.
+/// errno; after a failure the old file stands. What is no file (a directory, a device) is not
+/// replaced: EISDIR, EINVAL.
 [[nodiscard]] inline int ReplaceFile(const std::string& path, std::string_view bytes, mode_t mode) {
+  struct stat present {};
+  const bool exists = ::lstat(path.c_str(), &present) == 0;
+  if (exists && !S_ISREG(present.st_mode) && !S_ISLNK(present.st_mode)) {
+    return S_ISDIR(present.st_mode) ? EISDIR : EINVAL;
+  }
   std::string temporary = path + ".XXXXXX";
   UniqueFd file(::mkostemp(temporary.data(), O_CLOEXEC));
   if (!file.IsOpen()) return errno;
