@@ -7,6 +7,7 @@
 
 #include "TruststoreUpdateClient/CommonNamePattern.h"
 #include "TruststoreUpdateClient/HSM.h"
+#include "TruststoreUpdateClient/PersistentFileStorageImpl.h"
 #include "TruststoreUpdateClient/SignerKeyBounds.h"
 #include "TruststoreUpdateClient/VerifiedPath.h"
 #include "tools/tsc/Certificates.h"
@@ -41,6 +42,10 @@ void CheckHeader(const ContainerDraft& draft, Texts& objections) {
   if (draft.id.empty()) objections.push_back("ContainerId: empty");
   if (NeedsEscape(draft.id)) {
     objections.push_back("ContainerId: has a character that JSON must escape");
+  }
+  constexpr std::size_t kMaxIdBytes = tuc::PersistentFileStorageImpl::kMaxFileBytes;
+  if (draft.id.size() > kMaxIdBytes) {
+    objections.push_back("ContainerId: more than " + std::to_string(kMaxIdBytes) + " bytes");
   }
   const std::uint32_t now = SecondsNow();
   const auto timestamp = ParseTimestamp(draft.timestamp, now);

@@ -118,6 +118,14 @@ TEST(SignerChecks, NamesThatJsonMustEscape_Told) {
   }
 }
 
+TEST(SignerChecks, IdThatAUnitCannotRecord_Told) {
+  ContainerDraft draft = DraftOf("p256-2");
+  draft.id = std::string(100, 'x');
+  EXPECT_THAT(Check(draft, "p256-2"), IsEmpty());
+  draft.id += "x";
+  EXPECT_THAT(Check(draft, "p256-2"), ElementsAre("ContainerId: more than 100 bytes"));
+}
+
 TEST(SignerChecks, TimestampFarAhead_Told) {
   ContainerDraft draft = DraftOf("p256-2");
   draft.timestamp = FormatTimestamp(SecondsNow() + 2 * 86400);

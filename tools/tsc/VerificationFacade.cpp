@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "TruststoreUpdateClient/PersistentFileStorageImpl.h"
 #include "csc_logging/CSCLogging.h"
 
 namespace tsc {
@@ -53,8 +54,11 @@ bool VerificationFacade::GetInstalledContainerId(std::string& id) {
   return false;
 }
 
-bool VerificationFacade::SetInstalledContainerId(const std::string&) {
-  return false;
+bool VerificationFacade::SetInstalledContainerId(const std::string& id) {
+  if (id.size() <= truststore_update_client::PersistentFileStorageImpl::kMaxFileBytes) return false;
+  CSCLogging::LogError("PersistantFileStorage: File is too big!");
+  CSCLogging::LogError("ERROR: Failed to store Container ID to persistent file storage!");
+  return true;
 }
 
 bool VerificationFacade::SetInstalledContainerTimestamp(std::uint32_t) {

@@ -39,6 +39,16 @@ TEST(VerificationFacade, Installation_LogsWhatAUnitLogsAndChangesNothing) {
   EXPECT_EQ(facade.GetInstalledContainerTimestamp(), 0U);
 }
 
+TEST(VerificationFacade, IdThatAUnitCannotRecord_FailsWithAUnitsLines) {
+  VerificationFacade facade(StateWithRoot());
+  const platform_host::CapturedLog log;
+  EXPECT_FALSE(facade.SetInstalledContainerId(std::string(100, 'x')));
+  EXPECT_TRUE(facade.SetInstalledContainerId(std::string(101, 'x')));
+  EXPECT_THAT(log.Lines(), ElementsAre("error: PersistantFileStorage: File is too big!",
+                                       "error: ERROR: Failed to store Container ID to persistent "
+                                       "file storage!"));
+}
+
 TEST(VerificationFacade, Chains_CheckedAgainstTheGivenRoot) {
   VerificationFacade facade(StateWithRoot());
   const platform_host::CapturedLog log;
