@@ -87,36 +87,48 @@ bool HSM::SetInstalledContainerTimestamp(std::uint32_t timestamp) {
 }
 
 std::uint32_t HSM::GetInstalledContainerTimestamp() {
-  if (fileStorage.LoadFile(kTimestampKey, timestampFile) != 0) {
-    CSCLogging::LogError("Failed to load Timestamp from persistent file storage.");
-    return 0;
-  }
   std::string text;
-  if (support::ReadFile(timestampFile, kMaxRecordBytes, text) != 0) text.clear();
-  return ToTimestamp(text);
+  if (fileStorage.LoadFile(kTimestampKey, timestampFile) == 0 &&
+      support::ReadFile(timestampFile, kMaxRecordBytes, text) == 0) {
+    return ToTimestamp(text);
+  }
+  CSCLogging::LogError("Failed to load Timestamp from persistent file storage.");
+  return TimestampOfRecord();
+}
+
+// The file is a mirror of the record: where it cannot be written, say because its file system is
+// full, the record still counts. If nobody can tell what is installed, an old container of the
+// right signer would pass as newer: none does.
+std::uint32_t HSM::TimestampOfRecord() {
+  std::string text;
+  switch (fileStorage.ReadRecord(kTimestampKey, text)) {
+    case RecordState::kPresent:
+      return ToTimestamp(text);
+    case RecordState::kUnreadable:
+      CSCLogging::LogError("ERROR: The installed Timestamp is unknown: no container is newer!");
+      return std::numeric_limits<std::uint32_t>::max();
+    default:
+      return 0;
+  }
 }
 
 bool HSM::RemoveAllTrustStores() {
-  bool failed = false;
   // Records first: after a removal that was cut off, no container is refused as installed already
   // or as older.
-  if (SetInstalledContainerId("")) {
-    CSCLogging::LogError("ERROR: Clearing the Container Id failed");
-    DropRecord(kContainerIdKey);
-    failed = true;
-  }
-  if (SetInstalledContainerTimestamp(0)) {
-    CSCLogging::LogError("ERROR: Clearing the Timestamp failed");
-    DropRecord(kTimestampKey);
-    failed = true;
-  }
-  if (trustStoreApi->RemoveAllTrustStores() == 0) {
-    CSCLogging::LogInfo("Truststores cleared succesfully.");
-  } else {
+  const bool idStays = SetInstalledContainerId("");
+  if (idStays) CSCLogging::LogError("ERROR: Clearing the Container Id failed");
+  const bool timestampStays = SetInstalledContainerTimestamp(0);
+  if (timestampStays) CSCLogging::LogError("ERROR: Clearing the Timestamp failed");
+  const bool storesStay = trustStoreApi->RemoveAllTrustStores() != 0;
+  if (storesStay) {
     CSCLogging::LogError("ERROR: Clearing the truststores failed");
-    failed = true;
+  } else {
+    CSCLogging::LogInfo("Truststores cleared succesfully.");
   }
-  return failed;
+  // A full disk may have room now.
+  if (idStays) DropRecord(kContainerIdKey);
+  if (timestampStays) DropRecord(kTimestampKey);
+  return idStays || timestampStays || storesStay;
 }
 
 bool HSM::InstallCertificateBundle(const std::string& name, const std::string& pem) {

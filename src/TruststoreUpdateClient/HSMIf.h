@@ -30,7 +30,8 @@ class HSMIf {
   [[nodiscard]] virtual bool SetInstalledContainerTimestamp(std::uint32_t timestamp) = 0;
 
   /// The timestamp of the installed container in seconds since the epoch; 0 when none is installed
-  /// or the record cannot be read.
+  /// or the record is damaged. When the storage fails, so that nobody can say what is installed,
+  /// the greatest timestamp: no container passes as newer then.
   [[nodiscard]] virtual std::uint32_t GetInstalledContainerTimestamp() = 0;
 
   /// Clears both records, then removes every installed bundle. All steps run; fails when any of

@@ -105,6 +105,28 @@ TEST_F(HSMTest, TimestampThatIsNoNumber_IsZero) {
   }
 }
 
+TEST_F(HSMTest, TimestampWhoseFileCannotBeWritten_IsThatOfTheRecord) {
+  records->records = {{"truststore-container-id", "c"}, {"truststore-timestamp", "5"}};
+  HSM::Collaborators collaborators = Collaborators();
+  collaborators.timestampFile = directory.Path() + "/missing/timestamp";
+  HSM hsm(std::move(collaborators));
+  log.Clear();
+  EXPECT_EQ(5U, hsm.GetInstalledContainerTimestamp());
+  EXPECT_THAT(log.Lines(),
+              ElementsAre("error: Failed to load Timestamp from persistent file storage."));
+}
+
+TEST_F(HSMTest, TimestampInAStorageThatFails_IsTheGreatest) {
+  HSM hsm(Collaborators());
+  records->unreadable = true;
+  log.Clear();
+  EXPECT_EQ(4294967295U, hsm.GetInstalledContainerTimestamp());
+  EXPECT_THAT(log.Lines(),
+              ElementsAre("error: Failed to load Timestamp from persistent file storage.",
+                          "error: ERROR: The installed Timestamp is unknown: no container is "
+                          "newer!"));
+}
+
 TEST_F(HSMTest, StorageThatFails_FailsTheRecord) {
   HSM hsm(Collaborators());
   log.Clear();

@@ -8,7 +8,12 @@
 namespace truststore_update_client {
 
 /// What a look at a record found.
-enum class RecordState { kPresent, kMissing, kUnreadable };
+enum class RecordState {
+  kPresent,
+  kMissing,
+  kDamaged,     ///< there, but not what StoreFile keeps: it never will be readable
+  kUnreadable,  ///< the storage failed: what it holds is unknown
+};
 
 /// Records are files' bytes under a key. Any thread; each operation opens the storage anew and
 /// closes it on return. None throws. Those returning an int give 0 for success; every failure has

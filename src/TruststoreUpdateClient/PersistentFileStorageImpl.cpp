@@ -104,11 +104,11 @@ RecordState PersistentFileStorageImpl::ReadRecordOrThrow(const std::string& key,
   const std::vector<std::uint8_t>* buffer = value.GetBinary();
   if (size != nullptr && *size > kMaxFileBytes) {
     CSCLogging::LogError(logger.SubLog("File is too big!"));
-    return RecordState::kUnreadable;
+    return RecordState::kDamaged;
   }
   if (size == nullptr || buffer == nullptr || buffer->size() != *size) {
     LogFailure("Cannot read key ", key, "its size is not that of its value");
-    return RecordState::kUnreadable;
+    return RecordState::kDamaged;
   }
   bytes.assign(buffer->begin(), buffer->end());
   return RecordState::kPresent;

@@ -251,7 +251,7 @@ class ForeignRecord : public FileStorage {
     EXPECT_NE(storage.LoadFile("key", restored), 0);
     EXPECT_EQ(ReadText(restored), "before");
     std::string bytes = "before";
-    EXPECT_EQ(storage.ReadRecord("key", bytes), RecordState::kUnreadable);
+    EXPECT_EQ(storage.ReadRecord("key", bytes), RecordState::kDamaged);
     EXPECT_EQ(bytes, "");
     EXPECT_THAT(log.Lines(), ElementsAre(line, line));
   }

@@ -43,7 +43,8 @@ void UpdateHandler::UpdateDevContainer(const std::string& path) {
   if (error != 0) {
     CSCLogging::LogError("Failed to open '" + path + "'");
     if (error != ENOENT) {
-      CSCLogging::LogInfo(std::string("The container file was not read: ") + support::ErrorText(error));
+      CSCLogging::LogInfo(std::string("The container file was not read: ") +
+                          support::ErrorText(error));
     }
     return;
   }

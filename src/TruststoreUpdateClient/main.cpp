@@ -1,4 +1,7 @@
 // The daemon's entry point. Every path ends with 0: what went wrong is in the log.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <exception>
 
@@ -14,37 +17,47 @@ using csc_logging::CSCLogging;
 using development_tools::DevelopmentTools;
 namespace tuc = truststore_update_client;
 
-// Switches of one test run never outlive it, however it ends.
-class SwitchesOfOneRun {
- public:
-  explicit SwitchesOfOneRun(const DevelopmentTools& developmentTools) : tools(developmentTools) {}
-  SwitchesOfOneRun(const SwitchesOfOneRun&) = delete;
-  SwitchesOfOneRun& operator=(const SwitchesOfOneRun&) = delete;
-  ~SwitchesOfOneRun() {
-    tools.ModifyConfigFile("ConnectionRetryTestMode", "false", tuc::testing::TSUC_CONFIG_FILE_NAME);
-    tools.ModifyConfigFile("OcspDisable", "false", tuc::testing::TSUC_CONFIG_FILE_NAME);
-  }
-
- private:
-  const DevelopmentTools& tools;
-};
+// Switches of one test run never outlive it: only a process that is killed leaves them on.
+void ResetSwitches(const DevelopmentTools& tools) {
+  tools.ModifyConfigFile("ConnectionRetryTestMode", "false", tuc::testing::TSUC_CONFIG_FILE_NAME);
+  tools.ModifyConfigFile("OcspDisable", "false", tuc::testing::TSUC_CONFIG_FILE_NAME);
+}
 
 void RunClient(const tuc::CommandLine& commandLine, const DevelopmentTools& tools) {
-  tuc::TruststoreUpdateClient client;
-  const SwitchesOfOneRun switches(tools);
-  if (commandLine.developmentContainer.empty()) {
-    CSCLogging::LogError(
-        "This version cannot reach a backend yet: give it a container with -f filename");
-  } else {
-    client.HandleDevContainer(commandLine.developmentContainer, commandLine.factoryReset);
+  try {
+    tuc::TruststoreUpdateClient client;
+    if (commandLine.developmentContainer.empty()) {
+      CSCLogging::LogError(
+          "This version cannot reach a backend yet: give it a container with -f filename");
+    } else {
+      client.HandleDevContainer(commandLine.developmentContainer, commandLine.factoryReset);
+    }
+    ResetSwitches(tools);
+  } catch (...) {
+    ResetSwitches(tools);
+    throw;
+  }
+}
+
+// A reader of the output that goes away, or a limit on file sizes, must not end an installation
+// half way: the write fails instead.
+void IgnoreSignalsOfFailedWrites() {
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+}
+
+// Started without standard streams, the next file that is opened would be written to as the log.
+void OpenMissingStandardStreams() {
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    if (::fcntl(stream, F_GETFD) == -1) (void)::open("/dev/null", O_RDWR);
   }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A reader of the output that goes away must not end an installation half way.
-  std::signal(SIGPIPE, SIG_IGN);
+  OpenMissingStandardStreams();
+  IgnoreSignalsOfFailedWrites();
   CSCLogging::InitLogging("TU");
   try {
     const DevelopmentTools tools;

@@ -29,8 +29,9 @@ namespace support {
 [[nodiscard]] inline int ReadFile(const std::string& path, std::size_t limit,
                                   std::string& contents) {
   contents.clear();
+  // Not to block on a pipe that nobody writes to; one with a writer is waited for.
   const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file.IsOpen()) return errno;
+  if (!file.IsOpen() || ::fcntl(file.Get(), F_SETFL, 0) != 0) return errno;
   struct stat status {};
   if (::fstat(file.Get(), &status) != 0) return errno;
   const auto announced = static_cast<std::size_t>(status.st_size > 0 ? status.st_size : 0);
@@ -72,7 +73,8 @@ namespace support {
 
 /// Replaces the file at `path` by one with `bytes` and `mode` (whatever the umask): readers, and
 /// the disk after a power loss, hold the old file or the new one, never a part. Returns 0 or an
-/// errno; after a failure the old file stands. What is no file (a directory, a device) is not
+/// errno; after a failure the old file stands (or, when only its directory could not be synced, the
+/// new one). What is no file (a directory, a device) is not
 /// replaced: EISDIR, EINVAL.
 [[nodiscard]] inline int ReplaceFile(const std::string& path, std::string_view bytes, mode_t mode) {
   struct stat present {};

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <thread>
 
 #include "tests/support/TemporaryDirectory.h"
 
@@ -113,6 +114,20 @@ TEST_F(FileContents, ReadOfAPipeThatNobodyWritesTo_DoesNotBlock) {
   std::string contents;
   EXPECT_EQ(0, ReadFile(Path("pipe"), 10, contents));
   EXPECT_EQ("", contents);
+}
+
+TEST_F(FileContents, ReadOfAPipeWithAWriter_WaitsForAll) {
+  int ends[2];
+  ASSERT_EQ(0, ::pipe2(ends, O_CLOEXEC));
+  const UniqueFd reader(ends[0]);
+  std::thread writer([end = ends[1]] {
+    const UniqueFd owner(end);
+    EXPECT_EQ(0, WriteAll(owner.Get(), std::string(200000, 'x')));
+  });
+  std::string contents;
+  EXPECT_EQ(0, ReadFile("/dev/fd/" + std::to_string(reader.Get()), 1000000, contents));
+  writer.join();
+  EXPECT_EQ(std::string(200000, 'x'), contents);
 }
 
 TEST_F(FileContents, SyncOfAMissingDirectory_FailsWithItsErrno) {
