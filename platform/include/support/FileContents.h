@@ -74,12 +74,12 @@ namespace support {
 /// Replaces the file at `path` by one with `bytes` and `mode` (whatever the umask): readers, and
 /// the disk after a power loss, hold the old file or the new one, never a part. Returns 0 or an
 /// errno; after a failure the old file stands (or, when only its directory could not be synced, the
-/// new one). What is no file (a directory, a device) is not
+/// new one). What is no file (a directory, a device, a link to one) is not
 /// replaced: EISDIR, EINVAL.
 [[nodiscard]] inline int ReplaceFile(const std::string& path, std::string_view bytes, mode_t mode) {
   struct stat present {};
-  const bool exists = ::lstat(path.c_str(), &present) == 0;
-  if (exists && !S_ISREG(present.st_mode) && !S_ISLNK(present.st_mode)) {
+  const bool exists = ::stat(path.c_str(), &present) == 0;
+  if (exists && !S_ISREG(present.st_mode)) {
     return S_ISDIR(present.st_mode) ? EISDIR : EINVAL;
   }
   std::string temporary = path + ".XXXXXX";

@@ -56,8 +56,10 @@ TEST_F(FileContents, ReplaceOfWhatIsNoFile_IsRefused) {
   ASSERT_EQ(0, ::mkdir(Path("folder").c_str(), 0755));
   ASSERT_EQ(0, ::mkfifo(Path("pipe").c_str(), 0600));
   EXPECT_EQ(EISDIR, ReplaceFile(Path("folder"), "x", 0644));
+  ASSERT_EQ(0, ::symlink("/dev/null", Path("link").c_str()));
   EXPECT_EQ(EINVAL, ReplaceFile(Path("pipe"), "x", 0644));
-  EXPECT_EQ(2U, FilesInDirectory());
+  EXPECT_EQ(EINVAL, ReplaceFile(Path("link"), "x", 0644));
+  EXPECT_EQ(3U, FilesInDirectory());
 }
 
 TEST_F(FileContents, ReplaceOfALink_LeavesWhatItLedToAlone) {
