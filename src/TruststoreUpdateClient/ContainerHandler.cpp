@@ -27,7 +27,11 @@ std::shared_ptr<HSMIf> CreateHsm(const std::shared_ptr<lumo_connector::LumoConne
 }  // namespace
 
 ContainerHandler::ContainerHandler(const std::shared_ptr<lumo_connector::LumoConnector>& connector)
-    : ContainerHandler(CreateHsm(connector), development_tools::DevelopmentTools()) {}
+    : ContainerHandler(development_tools::DevelopmentTools(), connector) {}
+
+ContainerHandler::ContainerHandler(development_tools::DevelopmentTools switches,
+                                   const std::shared_ptr<lumo_connector::LumoConnector>& connector)
+    : ContainerHandler(CreateHsm(connector), std::move(switches)) {}
 
 ContainerHandler::ContainerHandler(std::shared_ptr<HSMIf> facade,
                                    development_tools::DevelopmentTools switches, Clock clock)

@@ -51,6 +51,10 @@ class ContainerHandler : public ContainerHandlerIf, public ContainerParsing {
   void DisableUpdateRetries(bool disable) const override;
 
  private:
+  // The switches are read before the facade is made.
+  ContainerHandler(development_tools::DevelopmentTools switches,
+                   const std::shared_ptr<lumo_connector::LumoConnector>& connector);
+
   using Certificates = std::vector<Botan::X509_Certificate>;
 
   // What the header of one container says.

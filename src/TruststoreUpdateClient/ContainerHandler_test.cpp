@@ -298,10 +298,13 @@ TEST_F(ContainerHandlerTest, StopAndRetryRequests_TellTheFacade) {
   ContainerHandler handler = Handler();
   log.Clear();
   handler.StopProcessing(true);
+  handler.StopProcessing(false);
   handler.DisableUpdateRetries(true);
   handler.DisableUpdateRetries(false);
-  EXPECT_THAT(hsm->calls, ElementsAre("disable retries", "disable retries", "enable retries"));
+  EXPECT_THAT(hsm->calls, ElementsAre("disable retries", "disable retries", "disable retries",
+                                      "enable retries"));
   EXPECT_THAT(log.Lines(), ElementsAre("debug: ContainerHandler: Processing stopped",
+                                       "debug: ContainerHandler: Processing stopped",
                                        "debug: ContainerHandler: Retries disabled",
                                        "debug: ContainerHandler: Retries disabled"));
 }

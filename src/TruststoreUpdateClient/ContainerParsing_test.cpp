@@ -94,6 +94,7 @@ TEST_F(ContainerParsingTest, HeaderThatIsNoJson_IsUnparsable) {
 }
 
 TEST_F(ContainerParsingTest, HeaderAtItsBound_IsReadAndOneByteMoreIsNot) {
+  EXPECT_EQ(262144U, kMaxHeaderBytes);
   const std::string fields = R"({"alg":"ES256"})";
   EXPECT_EQ(0,
             Split(Encode(fields + std::string(kMaxHeaderBytes - fields.size(), ' ')) + ".b.c2ln"));
@@ -289,6 +290,7 @@ TEST_F(ContainerParsingTest, Payload_IsWhatStandsBetweenTheDots) {
   EXPECT_EQ("payload", payload);
   for (const char* bad : {"a.!.c", "a..c", ".", "", "ab"}) {
     log.Clear();
+    payload = "old";
     EXPECT_EQ(1, parsing.GetPayload(bad, payload)) << bad;
     EXPECT_EQ("", payload);
     EXPECT_THAT(log.Lines(), ElementsAre("error: Error! Unable to parse the payload")) << bad;

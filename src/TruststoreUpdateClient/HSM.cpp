@@ -144,6 +144,8 @@ bool HSM::Signature_Verify(const Botan::X509_Certificate& certificate, std::stri
                            std::string_view signature) {
   try {
     const auto key = certificate.load_subject_public_key();
+    // RFC 7518 section 3.4: ES256 is ECDSA. A key of another kind would be used without padding.
+    if (key->algo_name() != "ECDSA") return true;
     Botan::PK_Verifier verifier(*key, "EMSA1(SHA-256)", Botan::IEEE_1363);
     verifier.update(reinterpret_cast<const std::uint8_t*>(data.data()), data.size());
     return !verifier.check_signature(reinterpret_cast<const std::uint8_t*>(signature.data()),
@@ -176,13 +178,19 @@ void HSM::StopRetryTimer() {
   retryTimer.Raise();
 }
 
+// Who loads a record at the same time puts its old bytes into the file before it is stored.
+bool HSM::IsRecorded(const std::string& text, const std::string& key) const {
+  std::string bytes;
+  return fileStorage.ReadRecord(key, bytes) == RecordState::kPresent && bytes == text;
+}
+
 bool HSM::StoreRecord(const std::string& text, const std::string& file, const std::string& key,
                       std::string_view failureLine) {
   const int error = support::ReplaceFile(file, text, kRecordFileMode);
   if (error != 0) {
     CSCLogging::LogError(CSCLogEntry()
                          << "Cannot write '" << file << "': " << support::ErrorText(error));
-  } else if (fileStorage.StoreFile(key, file) == 0) {
+  } else if (fileStorage.StoreFile(key, file) == 0 && IsRecorded(text, key)) {
     return false;
   }
   CSCLogging::LogError(failureLine);

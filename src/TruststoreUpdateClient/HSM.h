@@ -85,6 +85,7 @@ class HSM : public HSMIf {
                                  const Botan::X509_Certificate& root) const;
   [[nodiscard]] bool StoreRecord(const std::string& text, const std::string& file,
                                  const std::string& key, std::string_view failureLine);
+  [[nodiscard]] bool IsRecorded(const std::string& text, const std::string& key) const;
   [[nodiscard]] std::uint32_t TimestampOfRecord();
   void DropRecord(const std::string& key);
   void ClearRecordOfUnfinishedInstallation();

@@ -1,5 +1,6 @@
 #include "TruststoreUpdateClient/HSM.h"
 
+#include <botan/pk_keys.h>
 #include <botan/version.h>
 #include <gmock/gmock.h>
 
@@ -154,6 +155,38 @@ TEST_F(HSMTest, DirectoryThatIsMissing_FailsTheRecordWithoutTouchingTheStorage) 
           "error: ERROR: Failed to store Container ID to persistent file storage!"));
 }
 
+// A device in place of the file can be read, so that storing what it holds would succeed.
+TEST_F(HSMTest, FileThatCannotBeWritten_IsNotStored) {
+  records->records = {{"truststore-container-id", "old"}};
+  HSM::Collaborators collaborators = Collaborators();
+  collaborators.containerIdFile = "/dev/null";
+  HSM hsm(std::move(collaborators));
+  EXPECT_TRUE(hsm.SetInstalledContainerId("new"));
+  EXPECT_THAT(records->records, ElementsAre(Pair("truststore-container-id", "old")));
+}
+
+// As a reader does that loads the record between the writing of its file and its storing.
+class RecordsWithAReader : public ::tests::FakeRecords {
+ public:
+  [[nodiscard]] int StoreFile(const std::string& key, const std::string& path) const override {
+    (void)LoadFile(key, path);
+    return FakeRecords::StoreFile(key, path);
+  }
+};
+
+TEST_F(HSMTest, RecordThatAReaderPutBack_IsNoSuccess) {
+  const auto contended = std::make_shared<RecordsWithAReader>();
+  contended->records = {{"truststore-container-id", "old"}, {"truststore-timestamp", "5"}};
+  HSM::Collaborators collaborators = Collaborators();
+  collaborators.storage = PersistentFileStorage(contended);
+  HSM hsm(std::move(collaborators));
+  log.Clear();
+  EXPECT_TRUE(hsm.SetInstalledContainerId("new"));
+  EXPECT_THAT(
+      log.Lines(),
+      ElementsAre("error: ERROR: Failed to store Container ID to persistent file storage!"));
+}
+
 TEST_F(HSMTest, RemoveAllTrustStores_ClearsRecordsBeforeTheStore) {
   HSM hsm(Collaborators());
   ASSERT_EQ(0, trustStore->InstallCertificateBundle("A", "pem"));
@@ -288,6 +321,16 @@ Botan::X509_Certificate LeafOnUnknownCurve() {
   const auto at = std::search(encoding.begin(), encoding.end(), curve.begin(), curve.end());
   *(at + 7) = 0x63;
   return Botan::X509_Certificate(encoding);
+}
+
+// The library would take the signature for unpadded RSA, which anybody can make.
+TEST_F(HSMTest, SignatureByAnRsaKey_IsNone) {
+  HSM hsm(Collaborators());
+  const Botan::X509_Certificate rsa = ::tests::Chain("rsa3072-2")[1];
+  ASSERT_EQ("RSA", rsa.load_subject_public_key()->algo_name());
+  const std::string zero(384, '\0');
+  EXPECT_TRUE(hsm.Signature_Verify(rsa, "data", zero));
+  EXPECT_TRUE(hsm.Signature_Verify(rsa, "data", "sig"));
 }
 
 TEST_F(HSMTest, KeyThatTheLibraryCannotLoad_FailsTheSignatureWithALine) {

@@ -125,6 +125,12 @@ def test_f_valid_with_r_leaves_both_switches_false(switched_unit):
     assert (switches["OcspDisable"], switches["ConnectionRetryTestMode"]) == ("false", "false")
 
 
+def test_a_start_without_arguments_writes_both_switches_only_at_its_end(switched_unit):
+    result = switched_unit.run()
+    assert result.returncode == 0
+    assert result.stdout == changed("ConnectionRetryTestMode", "false") + changed("OcspDisable", "false")
+
+
 def test_f_with_a_missing_file_tells_its_name(switched_unit):
     result = switched_unit.run("-f", "/tmp/nowhere.tsc")
     assert result.returncode == 0
