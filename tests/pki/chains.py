@@ -100,6 +100,17 @@ def write_same_subject(out, root):
         write_chain(out / folder, signer(issuers[0]), issuers, [root])
 
 
+def write_shared_subjects(out, root):
+    """The same in several intermediate CAs, one above the other."""
+    for count in (3, 4):
+        issuers = [root]
+        for number in range(count):
+            for _ in range(2):
+                issuers.insert(0, issue(name(f"Intermediate {number}"), issuer=issuers[0]))
+        issuers.pop()
+        write_chain(out / f"shared-subjects-{count}", signer(issuers[0]), issuers, [root])
+
+
 def write_path_explosion(out, root):
     """Eight keys under the root's name, without key identifiers: every one may have issued every other."""
     keys = [p256() for _ in range(8)]
@@ -115,4 +126,5 @@ def write_all(out):
     write_bad_chains(out, root)
     write_common_names(out, root)
     write_same_subject(out, root)
+    write_shared_subjects(out, root)
     write_path_explosion(out, root)

@@ -5,6 +5,8 @@ ECDSA_WITH_SHA256 = "1.2.840.10045.4.3.2"
 DSA_WITH_SHA256 = "2.16.840.1.101.3.4.3.2"
 RSA_ENCRYPTION = "1.2.840.113549.1.1.1"
 EC_PUBLIC_KEY = "1.2.840.10045.2.1"
+ED25519 = "1.3.101.112"
+MCELIECE = "1.3.6.1.4.1.25258.1.3"
 PRIME_FIELD = "1.2.840.10045.1.1"
 DSA = "1.2.840.10040.4.1"
 COMMON_NAME = "2.5.4.3"
@@ -76,6 +78,20 @@ def explicit_ec_spki(prime, *, a, b, generator, order, point):
     parameters = sequence(integer(1), sequence(oid(PRIME_FIELD), integer(prime)), curve, octet_string(generator),
                           integer(order), integer(1))
     return sequence(sequence(oid(EC_PUBLIC_KEY), parameters), bit_string(point))
+
+
+def ec_spki(parameters):
+    """An EC key with these bytes in place of its curve."""
+    return sequence(sequence(oid(EC_PUBLIC_KEY), parameters), bit_string(b"\x02\x02"))
+
+
+def ed25519_spki(key):
+    return sequence(sequence(oid(ED25519)), bit_string(key))
+
+
+def mceliece_spki(code_length, errors):
+    parameters = sequence(integer(code_length), integer(errors))
+    return sequence(sequence(oid(MCELIECE)), bit_string(sequence(parameters, octet_string(b""))))
 
 
 def dsa_spki(p, q, g, y):

@@ -13,7 +13,7 @@ P_19937 = (1 << 19937) - 1
 _noise = random.Random(1)
 
 
-def _odd_number(bits):
+def odd_number(bits):
     return _noise.getrandbits(bits) | 1 << (bits - 1) | 1
 
 
@@ -23,7 +23,7 @@ def _subject(text):
 
 def self_issued_rsa(text, *, modulus_bits=2048, exponent=65537, signature_bytes=None, extensions=()):
     """Subject equals issuer, no key identifiers: readers that want to know whether it is self-signed must compute."""
-    spki = der.rsa_spki(_odd_number(modulus_bits), exponent)
+    spki = der.rsa_spki(odd_number(modulus_bits), exponent)
     tbs = der.tbs(spki, subject=_subject(text), extensions=extensions)
     return der.certificate(tbs, _noise.randbytes(signature_bytes or modulus_bits // 8))
 
@@ -46,6 +46,10 @@ def explicit_ec():
     return der.certificate(tbs, signature, der.ECDSA_WITH_SHA256)
 
 
+def keyed(text, spki):
+    return der.certificate(der.tbs(spki, subject=_subject(text)), bytes(64))
+
+
 def huge_dsa():
     spki = der.dsa_spki(P_19937, P_9689, 3, 5)
     tbs = der.tbs(spki, subject=_subject("DSA"), algorithm=der.DSA_WITH_SHA256)
@@ -63,10 +67,14 @@ def write_all(out):
         "rsa-exponent-65": self_issued_rsa("exponent", exponent=exponent_65),
         "size-4096": padded_to(4096),
         "size-4097": padded_to(4097),
-        "rsa-modulus-20800": self_issued_rsa("both", modulus_bits=20800, exponent=_odd_number(10300),
+        "rsa-modulus-20800": self_issued_rsa("both", modulus_bits=20800, exponent=odd_number(10300),
                                              signature_bytes=16),
         "ec-explicit-19937": explicit_ec(),
         "dsa-19937": huge_dsa(),
+        "ec-parameters-32": keyed("parameters", der.ec_spki(der.tlv(0x06, b"\1" * 30))),
+        "ec-parameters-33": keyed("parameters", der.ec_spki(der.tlv(0x06, b"\1" * 31))),
+        "ed25519": keyed("Ed25519", der.ed25519_spki(bytes(range(32)))),
+        "mceliece": keyed("McEliece", der.mceliece_spki(2**32 - 1, 2**31)),
     }
     for stem, content in made.items():
         write(out / f"{stem}.der", content)

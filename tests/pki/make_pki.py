@@ -13,11 +13,12 @@ import tempfile
 import time
 
 import chains
+import costly
 import hostile
 import payload
 
 STAMP = "made-by"
-SCRIPTS = ("authority.py", "chains.py", "der.py", "hostile.py", "make_pki.py", "payload.py")
+SCRIPTS = ("authority.py", "chains.py", "costly.py", "der.py", "hostile.py", "make_pki.py", "payload.py")
 MAX_AGE_S = 24 * 3600
 
 
@@ -42,6 +43,7 @@ def make(out):
         fresh = pathlib.Path(temporary) / "new"
         chains.write_all(fresh)
         hostile.write_all(fresh / "hostile")
+        costly.write_all(fresh / "costly", fresh / "p256-3" / "root.pem")
         payload.write_all(fresh / "payload")
         (fresh / STAMP).write_text(script_version())
         if out.exists():
