@@ -17,14 +17,17 @@ inline constexpr std::size_t kMaxSignerCertificateBytes = 4096;
 inline constexpr std::size_t kMaxRsaModulusBits = 8192;
 inline constexpr std::size_t kMaxRsaExponentBits = 64;
 
-/// Parameters of keys other than RSA: a named curve takes ten bytes, P-521 spelled out takes under
-/// 500. Larger ones (huge primes) make the library test and calculate for seconds just as large RSA
-/// keys do.
-inline constexpr std::size_t kMaxKeyParameterBytes = 512;
+/// Parameters of keys other than RSA. The name of a curve takes ten bytes; a curve that is spelled
+/// out, which RFC 5480 section 2.1.1 forbids in certificates, takes forty at least. Nobody's curve
+/// can be made so that reading one point of it takes the library a second, and the library keeps
+/// each curve that it has seen until the process ends.
+inline constexpr std::size_t kMaxKeyParameterBytes = 32;
 
 /// Tells why the certificate with this encoding (DER, or PEM text in its place) is beyond the
 /// bounds; empty when it is not. An encoding that cannot be read is within them: the library
-/// refuses it quickly. Does not throw.
+/// refuses it quickly. So is a key of an algorithm that the library does not know; of those that it
+/// knows only the ones that sign certificates today are within: RSA, ECDSA and Ed25519. Does not
+/// throw.
 [[nodiscard]] std::string BeyondSignerBounds(const std::vector<std::uint8_t>& encoding);
 
 }  // namespace truststore_update_client

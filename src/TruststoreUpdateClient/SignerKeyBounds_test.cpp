@@ -17,7 +17,8 @@ TEST(SignerKeyBounds, CertificatesOfRealSigners_AreWithin) {
 }
 
 TEST(SignerKeyBounds, AtEachBound_IsWithin) {
-  for (const char* name : {"rsa-modulus-8192", "rsa-exponent-64", "size-4096"}) {
+  for (const char* name :
+       {"rsa-modulus-8192", "rsa-exponent-64", "size-4096", "ec-parameters-32"}) {
     EXPECT_EQ("", BeyondSignerBounds(PkiBytes(std::string("hostile/") + name + ".der"))) << name;
   }
 }
@@ -33,11 +34,28 @@ TEST(SignerKeyBounds, AboveEachBound_TellsWhich) {
                                  Refusal{"size-4097", "certificate too long"},
                                  Refusal{"rsa-modulus-20800", "RSA modulus too long"},
                                  Refusal{"ec-explicit-19937", "key parameters too long"},
-                                 Refusal{"dsa-19937", "key parameters too long"}}) {
+                                 Refusal{"ec-parameters-33", "key parameters too long"}}) {
     EXPECT_EQ(refusal.reason,
               BeyondSignerBounds(PkiBytes(std::string("hostile/") + refusal.name + ".der")))
         << refusal.name;
   }
+}
+
+TEST(SignerKeyBounds, KeyOfEd25519_IsWithin) {
+  EXPECT_EQ("", BeyondSignerBounds(PkiBytes("hostile/ed25519.der")));
+}
+
+TEST(SignerKeyBounds, KeyThatSignsNoCertificatesToday_IsBeyond) {
+  for (const char* name : {"dsa-19937", "mceliece"}) {
+    EXPECT_EQ("key algorithm not for signers",
+              BeyondSignerBounds(PkiBytes(std::string("hostile/") + name + ".der")))
+        << name;
+  }
+}
+
+TEST(SignerKeyBounds, CurveSpelledOutInAFewBytes_IsBeyond) {
+  EXPECT_EQ("key parameters too long",
+            BeyondSignerBounds(PkiBytes("costly/smooth-curve/chain/0.der")));
 }
 
 TEST(SignerKeyBounds, PemTextInPlaceOfDer_IsLookedInto) {
