@@ -24,11 +24,12 @@ Botan::X509_DN DecodeName(const Botan::BER_Object& object) {
   return name;
 }
 
-// A name that differs from `subject`: no name at all, or for a certificate without a subject some
-// name.
+// A name that differs from `subject` as the library compares names: no name at all, or some name
+// where the subject is none. What it decodes counts, not the bytes: a subject of empty sets or
+// empty texts is no name, too.
 Botan::X509_DN OtherName(const Botan::BER_Object& subject) {
   Botan::X509_DN name;
-  if (subject.length() == 0) name.add_attribute("X520.CommonName", "-");
+  if (DecodeName(subject).empty()) name.add_attribute("X520.CommonName", "-");
   return name;
 }
 
