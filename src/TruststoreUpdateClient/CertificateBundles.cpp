@@ -55,10 +55,31 @@ ResponseStatus DecodeBundle(std::string_view arrayText, std::string& pem) {
   return kNotParsed;
 }
 
+bool EndsBehind(std::string_view later, std::string_view earlier) {
+  return later.data() + later.size() > earlier.data() + earlier.size();
+}
+
+// Pairs stand in document order, so that a nested one follows the pair that encloses it.
+bool HasNestedBundles(const json_parser::KeyValuePairs& pairs) {
+  std::string_view enclosing;
+  for (const auto& pair : pairs) {
+    if (!enclosing.empty() && !EndsBehind(pair.value, enclosing)) return true;
+    enclosing = pair.value;
+  }
+  return false;
+}
+
+ResponseStatus RefuseBundles(const char* reason) {
+  CSCLogging::LogError(std::string("ERROR: Unable to parse the certificates: ") + reason);
+  return kNotParsed;
+}
+
 }  // namespace
 
 ResponseStatus DecodeCertificateBundles(const json_parser::KeyValuePairs& pairs,
                                         CertificateBundles& bundles) {
+  if (pairs.size() > kMaxBundles) return RefuseBundles("too many bundles");
+  if (HasNestedBundles(pairs)) return RefuseBundles("a bundle inside another one");
   for (const auto& pair : pairs) {
     std::string pem;
     const ResponseStatus status = DecodeBundle(pair.value, pem);

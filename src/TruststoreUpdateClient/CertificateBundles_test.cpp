@@ -3,12 +3,14 @@
 #include <botan/x509cert.h>
 #include <gmock/gmock.h>
 
+#include "base64_utils/Base64Utils.h"
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "tests/support/TestContainer.h"
 
 namespace truststore_update_client {
 namespace {
 
+using base64_utils::Base64Utils;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
@@ -89,6 +91,36 @@ TEST_F(CertificateBundlesTest, BytesThatAreNoCertificate_AreInvalidWhereverTheyS
                    ",\"C\":" + Array({second, "payload/refused/truncated.der"}) + "}"));
   EXPECT_THAT(log.Lines(), ElementsAre("error: ERROR: Certificate group update failed! Invalid "
                                        "certificate format!"));
+}
+
+std::string EmptyBundles(std::size_t count) {
+  std::string text = "{";
+  for (std::size_t number = 0; number < count; ++number) {
+    if (number > 0) text += ",";
+    text += "\"" + std::to_string(number) + "\":[]";
+  }
+  return text + "}";
+}
+
+TEST_F(CertificateBundlesTest, AsManyBundlesAsTheBoundAllows_AreTaken) {
+  EXPECT_EQ(kInstalled, Decode(EmptyBundles(kMaxBundles)));
+  EXPECT_EQ(kMaxBundles, bundles.size());
+}
+
+TEST_F(CertificateBundlesTest, OneBundleMore_IsNotParsed) {
+  EXPECT_EQ(kNotParsed, Decode(EmptyBundles(kMaxBundles + 1)));
+  EXPECT_THAT(bundles, IsEmpty());
+  EXPECT_THAT(log.Lines(), ElementsAre("error: ERROR: Unable to parse the certificates: too many "
+                                       "bundles"));
+}
+
+TEST_F(CertificateBundlesTest, BundleInsideAnotherOne_IsNotParsed) {
+  // The inner name is a certificate, as it would have to be to pass for one of the outer bundle.
+  const std::string name = Base64Utils::Base64UrlEncodeFromBinaryVector(PkiBytes(first));
+  EXPECT_EQ(kNotParsed, Decode("{\"A\":{\"" + name + "\":" + Array({second}) + "}}"));
+  EXPECT_THAT(bundles, IsEmpty());
+  EXPECT_THAT(log.Lines(), ElementsAre("error: ERROR: Unable to parse the certificates: a bundle "
+                                       "inside another one"));
 }
 
 }  // namespace
