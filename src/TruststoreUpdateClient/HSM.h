@@ -29,6 +29,11 @@ inline const std::string ZORA_ROOT_CERTIFICATE_ID = "ZORA";
 /// Two is what a cross certificate needs.
 inline constexpr std::size_t kMaxCertificatesOfOneSubject = 2;
 
+/// More subjects than this with more than one certificate are refused likewise: each doubles the
+/// paths, and all of their signatures may verify when somebody below the root has made them. Seven
+/// with RSA keys of 8,192 bits take the library six seconds.
+inline constexpr std::size_t kMaxSharedSubjects = 3;
+
 /// Records live in small files, mirrored into persistent storage: that copy counts, the file is
 /// only its last state.
 class HSM : public HSMIf {

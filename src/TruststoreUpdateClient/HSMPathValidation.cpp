@@ -51,7 +51,8 @@ bool HSM::X5CPathValidation(const std::vector<X509_Certificate>& chain) const {
 bool HSM::ValidatePath(const std::vector<X509_Certificate>& chain) const {
   std::vector<X509_Certificate> roots;
   if (GetZoraRootCertificates(roots)) return false;
-  if (MostCertificatesOfOneSubject(chain) > kMaxCertificatesOfOneSubject) {
+  if (MostCertificatesOfOneSubject(chain) > kMaxCertificatesOfOneSubject ||
+      SharedSubjects(chain) > kMaxSharedSubjects) {
     LogWrongOrder();
     return false;
   }

@@ -60,7 +60,7 @@ TEST_F(HSMPathValidation, ChainsOfEveryLengthAndKey_AreValid) {
 }
 
 TEST_F(HSMPathValidation, ChainsWithSharedSubjects_AreValid) {
-  for (const char* chain : {"with-root-3", "cross-3", "same-subject-2"}) {
+  for (const char* chain : {"with-root-3", "cross-3", "same-subject-2", "shared-subjects-3"}) {
     log.Clear();
     EXPECT_TRUE(IsValid(chain)) << chain;
     EXPECT_THAT(log.Lines(), ElementsAre(kSucceeded)) << chain;
@@ -133,6 +133,11 @@ TEST_F(HSMPathValidation, MoreThanTwoOfOneSubject_AreAWrongOrderBeforeAnyPathIsB
     EXPECT_FALSE(IsValid(chain)) << chain;
     EXPECT_THAT(log.Lines(), ElementsAre(kWrongOrder)) << chain;
   }
+}
+
+TEST_F(HSMPathValidation, TooManySharedSubjects_AreAWrongOrderBeforeAnyPathIsBuilt) {
+  EXPECT_FALSE(IsValid("shared-subjects-4"));
+  EXPECT_THAT(log.Lines(), ElementsAre(kWrongOrder));
 }
 
 TEST_F(HSMPathValidation, EmptyRootBundle_FailsEveryChain) {

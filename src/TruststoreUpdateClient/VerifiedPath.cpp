@@ -90,6 +90,12 @@ std::size_t MostCertificatesOfOneSubject(const std::vector<X509_Certificate>& ch
   return most;
 }
 
+std::size_t SharedSubjects(const std::vector<X509_Certificate>& chain) {
+  std::size_t shared = 0;
+  for (const auto& entry : BySubject(chain)) shared += entry.second.size() > 1 ? 1U : 0U;
+  return shared;
+}
+
 bool IsIssuedBy(const X509_Certificate& certificate, const X509_Certificate& issuer) {
   if (certificate.issuer_dn() != issuer.subject_dn()) return false;
   const auto key = issuer.load_subject_public_key();

@@ -18,6 +18,9 @@ namespace truststore_update_client {
 [[nodiscard]] std::size_t MostCertificatesOfOneSubject(
     const std::vector<Botan::X509_Certificate>& chain);
 
+/// The number of subjects that more than one different certificate in `chain` bears.
+[[nodiscard]] std::size_t SharedSubjects(const std::vector<Botan::X509_Certificate>& chain);
+
 /// True when `certificate` names `issuer` as its issuer and was signed with its key. Throws when
 /// that key cannot be used.
 [[nodiscard]] bool IsIssuedBy(const Botan::X509_Certificate& certificate,

@@ -26,6 +26,15 @@ TEST(VerifiedPath, OneCertificateTwice_CountsOnce) {
   EXPECT_EQ(1U, MostCertificatesOfOneSubject(chain));
 }
 
+TEST(VerifiedPath, SharedSubjects_CountsThoseOfDifferentCertificates) {
+  Certificates twice = Chain("p256-2");
+  twice.push_back(twice.back());
+  EXPECT_EQ(0U, SharedSubjects({}));
+  EXPECT_EQ(0U, SharedSubjects(twice));
+  EXPECT_EQ(1U, SharedSubjects(Chain("same-subject-3")));
+  EXPECT_EQ(4U, SharedSubjects(Chain("shared-subjects-4")));
+}
+
 TEST(VerifiedPath, DifferentSubjects_AreKeptUnseen) {
   const Certificates forged = Chain("forged-leaf-2");
   EXPECT_EQ(forged, CertificatesOnVerifiedPaths(forged, Certificate("root.pem")));
