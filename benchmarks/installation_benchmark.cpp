@@ -9,9 +9,6 @@
 // left of the goals.
 #include <botan/data_src.h>
 #include <botan/x509cert.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -23,25 +20,20 @@
 #include <string>
 #include <vector>
 
-#include "TruststoreUpdateClient/ContainerHandler.h"
 #include "TruststoreUpdateClient/HSM.h"
 #include "benchmarks/InstallationFloor.h"
-#include "platform/host/csc_logging/CapturedLog.h"
-#include "support/FileContents.h"
+#include "benchmarks/MeasuredInstallation.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TestContainer.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
 constexpr const char* kSystemCertificates = "/etc/ssl/certs/ca-certificates.crt";
 constexpr int kBundles = 5;
 
-struct Cost {
-  double cpuSeconds = 0;
-  double peakMib = 0;
-};
+using benchmarks::Cost;
+using benchmarks::InstallByClient;
 
 std::string ReadAll(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -74,35 +66,6 @@ void WriteContainer(std::size_t certificates, const std::string& path) {
   std::ofstream(path) << tests::TestContainer().PayloadJson(payload + "}").Build();
 }
 
-// A unit of its own below `directory`: provisioned root, switches with OCSP off, empty store.
-void MakeUnit(const std::string& directory) {
-  fs::create_directories(directory + "/store/factory");
-  fs::create_directories(directory + "/run/csc/config/truststore-update-client");
-  std::ofstream(directory + "/store/factory/ZORA.pem") << tests::PkiText("p256-3/root.pem");
-  std::ofstream(directory + "/run/csc/config/truststore-update-client/config.cfg")
-      << "OcspDisable = true\nConnectionRetryTestMode = false\n";
-  std::ofstream(directory + "/host-platform.toml")
-      << "[logging]\nlevel = \"warning\"\nsinks = [\"file:" << directory << "/log\"]\n"
-      << "[trust_store]\ndirectory = \"" << directory << "/store\"\n"
-      << "[persistency]\ndirectory = \"" << directory << "/persistency\"\n";
-}
-
-int InstallByClient(const std::string& container, const std::string& directory) {
-  namespace client = truststore_update_client;
-  const platform_host::CapturedLog log;
-  client::HSM::Collaborators collaborators{ostra::tee::TrustStoreUpdateAPI::get_instance(),
-                                           client::PersistentFileStorage()};
-  collaborators.containerIdFile = directory + "/id";
-  collaborators.timestampFile = directory + "/timestamp";
-  client::ContainerHandler handler(
-      std::make_shared<client::HSM>(std::move(collaborators)),
-      development_tools::DevelopmentTools(directory +
-                                          "/run/csc/config/truststore-update-client/config.cfg"));
-  std::string text;
-  if (support::ReadFile(container, std::size_t{1} << 30U, text) != 0) return 1;
-  return handler.VerifyAndInstallContainer(text);
-}
-
 int RunChild(const std::string& kind, const std::string& container, const std::string& directory) {
   if (kind == "make") {
     WriteContainer(std::stoul(directory), container);
@@ -114,36 +77,18 @@ int RunChild(const std::string& kind, const std::string& container, const std::s
 }
 
 Cost Run(const std::vector<std::string>& command) {
-  std::vector<char*> arguments;
-  for (const std::string& argument : command)
-    arguments.push_back(const_cast<char*>(argument.c_str()));
-  arguments.push_back(nullptr);
-  const support::UniqueFd quiet(::open("/dev/null", O_WRONLY | O_CLOEXEC));
-  const pid_t child = vfork();
-  if (child == 0) {
-    ::dup2(quiet.Get(), STDOUT_FILENO);
-    execvp(arguments[0], arguments.data());
-    _exit(127);
-  }
-  int status = 0;
-  struct rusage usage {};
-  if (wait4(child, &status, 0, &usage) != child || status != 0) {
-    throw std::runtime_error("a measured process failed: " + command[0]);
-  }
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-  };
-  return {seconds(usage.ru_utime) + seconds(usage.ru_stime),
-          static_cast<double>(usage.ru_maxrss) / 1024};
+  const Cost cost = benchmarks::RunAndCount(command);
+  if (cost.waitStatus != 0) throw std::runtime_error("a measured process failed: " + command[0]);
+  return cost;
 }
 
 // The cheapest of several runs, each on a fresh unit.
 Cost Measure(const std::string& kind, const std::string& container, const std::string& program,
              int runs) {
-  Cost best{1e9, 1e9};
+  Cost best{1e9, 1e9, 0};
   for (int run = 0; run < runs; ++run) {
     const tests::TemporaryDirectory unit;
-    MakeUnit(unit.Path());
+    benchmarks::MakeUnit(unit.Path(), "OcspDisable = true\nConnectionRetryTestMode = false\n");
     std::vector<std::string> command = {"/proc/self/exe", "--child", kind, container, unit.Path()};
     if (kind == "program") {
       command = {"bwrap",
