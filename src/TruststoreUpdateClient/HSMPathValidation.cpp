@@ -56,8 +56,9 @@ bool HSM::ValidatePath(const std::vector<X509_Certificate>& chain) const {
     LogWrongOrder();
     return false;
   }
+  const VerifiedPaths paths(chain);
   for (const X509_Certificate& root : roots) {
-    if (LeadsToRoot(chain, root)) {
+    if (LeadsToRoot(paths.LeadingTo(root), root)) {
       if (!CheckCertificateChainOrder(root, chain)) {
         LogWrongOrder();
         return false;
@@ -76,9 +77,9 @@ bool HSM::LeadsToRoot(const std::vector<X509_Certificate>& chain,
                       const X509_Certificate& root) const {
   Botan::Certificate_Store_In_Memory store;
   store.add_certificate(root);
-  const auto result = Botan::x509_path_validate(
-      CertificatesOnVerifiedPaths(chain, root), Restrictions(), store, /*hostname=*/"",
-      Botan::Usage_Type::UNSPECIFIED, now(), std::chrono::milliseconds::zero(), {});
+  const auto result = Botan::x509_path_validate(chain, Restrictions(), store, /*hostname=*/"",
+                                                Botan::Usage_Type::UNSPECIFIED, now(),
+                                                std::chrono::milliseconds::zero(), {});
   return result.successful_validation() && result.trust_root() == root;
 }
 

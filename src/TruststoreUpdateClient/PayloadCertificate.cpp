@@ -15,6 +15,11 @@ void Append(Botan::DER_Encoder& encoder, const Botan::BER_Object& object) {
   encoder.add_object(object.type(), object.get_class(), object.bits(), object.length());
 }
 
+Botan::BER_Object WithinBound(Botan::BER_Object field) {
+  if (field.length() > kMaxPayloadFieldBytes) throw Botan::Decoding_Error("field too long");
+  return field;
+}
+
 Botan::X509_DN DecodeName(const Botan::BER_Object& object) {
   std::vector<std::uint8_t> encoding;
   Botan::DER_Encoder encoder(encoding);
@@ -44,17 +49,16 @@ std::vector<std::uint8_t> BodyWithOtherIssuer(const RawCertificate& certificate)
     Append(twin, field);
     field = body.get_next_object();
   }
-  Append(twin, field);                   // serial number
-  Append(twin, body.get_next_object());  // signature algorithm
-  DecodeName(body.get_next_object());    // issuer
+  Append(twin, field);                              // serial number
+  Append(twin, body.get_next_object());             // signature algorithm
+  DecodeName(WithinBound(body.get_next_object()));  // issuer
   const Botan::BER_Object validity = body.get_next_object();
-  const Botan::BER_Object subject = body.get_next_object();
+  const Botan::BER_Object subject = WithinBound(body.get_next_object());
   twin.encode(OtherName(subject));
   Append(twin, validity);
   Append(twin, subject);
-  std::vector<std::uint8_t> rest;
-  body.raw_bytes(rest);
-  twin.raw_bytes(rest);
+  Append(twin, body.get_next_object());  // public key
+  while (body.more_items()) Append(twin, WithinBound(body.get_next_object()));
   return encoding;
 }
 

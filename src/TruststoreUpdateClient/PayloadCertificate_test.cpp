@@ -111,5 +111,13 @@ TEST(PayloadCertificate, LengthAboveTheBound_IsRefusedUnread) {
   EXPECT_EQ("", ByUs(encoding));
 }
 
+TEST(PayloadCertificate, ExtensionsAboveTheirBound_AreRefused) {
+  EXPECT_EQ(12288U, kMaxPayloadFieldBytes);
+  const Bytes atBound = PkiBytes("hostile/extensions-12288.der");
+  EXPECT_NE("", ByUs(atBound));
+  EXPECT_EQ(ByLibrary(atBound), ByUs(atBound));
+  EXPECT_EQ("", ByUs(PkiBytes("hostile/extensions-12289.der")));
+}
+
 }  // namespace
 }  // namespace truststore_update_client

@@ -2,8 +2,7 @@
 /// path that names allow before it verifies a signature, and certificates that share names multiply
 /// the paths.
 ///
-/// Used by HSM before it calls the library. No state; any thread. May throw what the cryptographic
-/// library throws.
+/// Used by HSM before it calls the library. May throw what the cryptographic library throws.
 #ifndef TRUSTSTOREUPDATECLIENT_VERIFIEDPATH_H
 #define TRUSTSTOREUPDATECLIENT_VERIFIEDPATH_H
 
@@ -14,25 +13,41 @@
 
 namespace truststore_update_client {
 
-/// The largest number of different certificates in `chain` that bear the same subject.
+/// The largest number of different certificates in `chain` that bear the same subject, as the
+/// library compares names: without regard to case and white space. Any thread.
 [[nodiscard]] std::size_t MostCertificatesOfOneSubject(
     const std::vector<Botan::X509_Certificate>& chain);
 
-/// The number of subjects that more than one different certificate in `chain` bears.
+/// The number of subjects that more than one different certificate in `chain` bears. Any thread.
 [[nodiscard]] std::size_t SharedSubjects(const std::vector<Botan::X509_Certificate>& chain);
 
 /// True when `certificate` names `issuer` as its issuer and was signed with its key. Throws when
-/// that key cannot be used.
+/// that key cannot be used. Any thread.
 [[nodiscard]] bool IsIssuedBy(const Botan::X509_Certificate& certificate,
                               const Botan::X509_Certificate& issuer);
 
-/// The part of `chain` (leaf first) that path validation against `root` needs to come to the same
-/// verdict: the leaf, and those certificates through which verified signatures lead from the leaf
-/// to `root`. A path with any other certificate fails at a signature. Where no two certificates
-/// share a subject there is one path at most, and the whole chain is returned without a look at
-/// signatures.
-[[nodiscard]] std::vector<Botan::X509_Certificate> CertificatesOnVerifiedPaths(
-    const std::vector<Botan::X509_Certificate>& chain, const Botan::X509_Certificate& root);
+/// The certificates of one chain and which of them signed which. Built once a chain, asked once a
+/// root. Immutable after construction: any thread.
+class VerifiedPaths {
+ public:
+  /// REQUIRES: `chain` is leaf first. Where no two certificates share a subject there is one path
+  /// at most: no signature is looked at.
+  explicit VerifiedPaths(const std::vector<Botan::X509_Certificate>& chain);
+
+  /// What path validation against `root` needs to come to the same verdict as with the whole chain:
+  /// the leaf, and those certificates through which verified signatures lead from the leaf to
+  /// `root`. A path with any other certificate fails at a signature. Where no two certificates
+  /// share a subject: the whole chain.
+  [[nodiscard]] std::vector<Botan::X509_Certificate> LeadingTo(
+      const Botan::X509_Certificate& root) const;
+
+ private:
+  [[nodiscard]] std::vector<bool> LeadsTo(const Botan::X509_Certificate& root) const;
+
+  bool hasSharedSubjects;
+  std::vector<Botan::X509_Certificate> certificates;  // each once, if subjects are shared
+  std::vector<std::vector<std::size_t>> issuers;      // of each certificate, in `certificates`
+};
 
 }  // namespace truststore_update_client
 

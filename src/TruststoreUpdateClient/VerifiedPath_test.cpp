@@ -18,6 +18,7 @@ TEST(VerifiedPath, MostCertificatesOfOneSubject_CountsDifferentOnes) {
   EXPECT_EQ(2U, MostCertificatesOfOneSubject(Chain("same-subject-2")));
   EXPECT_EQ(3U, MostCertificatesOfOneSubject(Chain("same-subject-3")));
   EXPECT_EQ(8U, MostCertificatesOfOneSubject(Chain("root-name-8")));
+  EXPECT_EQ(8U, MostCertificatesOfOneSubject(Chain("root-name-spelt-8")));
 }
 
 TEST(VerifiedPath, OneCertificateTwice_CountsOnce) {
@@ -37,18 +38,18 @@ TEST(VerifiedPath, SharedSubjects_CountsThoseOfDifferentCertificates) {
 
 TEST(VerifiedPath, DifferentSubjects_AreKeptUnseen) {
   const Certificates forged = Chain("forged-leaf-2");
-  EXPECT_EQ(forged, CertificatesOnVerifiedPaths(forged, Certificate("root.pem")));
+  EXPECT_EQ(forged, VerifiedPaths(forged).LeadingTo(Certificate("root.pem")));
 }
 
 TEST(VerifiedPath, PathThroughTwoOfOneSubject_IsKeptWhole) {
   const Certificates chain = Chain("same-subject-2");
-  EXPECT_EQ(chain, CertificatesOnVerifiedPaths(chain, Certificate("same-subject-2/root.pem")));
+  EXPECT_EQ(chain, VerifiedPaths(chain).LeadingTo(Certificate("same-subject-2/root.pem")));
 }
 
 TEST(VerifiedPath, SharedSubjectThatLeadsNowhere_IsDropped) {
   Certificates chain = Chain("same-subject-2");
   const Botan::X509_Certificate leaf = chain[0];
-  EXPECT_THAT(CertificatesOnVerifiedPaths(chain, Certificate("other-root/other-name.pem")),
+  EXPECT_THAT(VerifiedPaths(chain).LeadingTo(Certificate("other-root/other-name.pem")),
               ElementsAre(leaf));
 }
 

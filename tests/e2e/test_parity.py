@@ -16,8 +16,8 @@ GOOD_CHAINS = pytest.mark.parametrize("chain", ["p256-1", "p256-2", "p256-3", "p
                                                 "with-root-3", "cross-3", "same-subject-2"])
 # Each signer that a unit must refuse, and the status it gives.
 REFUSED = {"rsa2048-2": 7, "expired-leaf-2": 7, "expired-ca-2": 7, "notyet-leaf-2": 7, "notyet-ca-2": 7,
-           "ca-bit-missing-2": 7, "forged-leaf-2": 7, "same-subject-3": 7, "root-name-8": 7, "cn-wrong": 9,
-           "cn-prefix-not-first": 9, "cn-line-feed": 9, "cn-missing": 9, "cn-100000": 3}
+           "ca-bit-missing-2": 7, "forged-leaf-2": 7, "same-subject-3": 7, "root-name-8": 7,
+           "root-name-spelt-8": 7, "cn-wrong": 9, "cn-prefix-not-first": 9, "cn-line-feed": 9, "cn-missing": 9, "cn-100000": 3}
 STATUS_NAMES = {0: "SUCCESS", 3: "SIGN_VALIDATION_ERROR", 5: "CERT_DECODE_ERROR", 7: "STORAGE_ERROR",
                 9: "UNEXPECTED_ERROR"}
 

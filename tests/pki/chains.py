@@ -2,7 +2,8 @@
 
 from authority import DAY, SIGNER_CN, Entity, issue, name, now, p256, p384, rsa_key, write, write_chain
 
-ROOT_NAME = name("Truststore Tests Root")
+ROOT_CN = "Truststore Tests Root"
+ROOT_NAME = name(ROOT_CN)
 
 
 def signer(issuer, subject=None, **options):
@@ -118,6 +119,16 @@ def write_path_explosion(out, root):
     write_chain(out / "root-name-8", signer(impostors[0], key_ids=False), impostors, [root])
 
 
+def write_path_explosion_by_case(out, root):
+    """The same with the root's name in eight spellings that are equal but for case, and between them in the order of
+    bytes seven names that are not: a map ordered by the library's names takes the eight for different."""
+    spellings = sorted(a + b + c + ROOT_CN[3:] for a in "Tt" for b in "Rr" for c in "Uu")
+    separators = [name(spelling + "!") for spelling in spellings[:-1]]
+    others = [issue(separators[i]) for i in (3, 1, 5, 0, 2, 4, 6)]
+    impostors = [issue(name(spelling), key=p256(), key_ids=False) for spelling in spellings]
+    write_chain(out / "root-name-spelt-8", signer(impostors[0], key_ids=False), others + impostors, [root])
+
+
 def write_all(out):
     root = issue(ROOT_NAME)
     write_roots(out, root)
@@ -128,3 +139,4 @@ def write_all(out):
     write_same_subject(out, root)
     write_shared_subjects(out, root)
     write_path_explosion(out, root)
+    write_path_explosion_by_case(out, root)

@@ -36,6 +36,14 @@ def padded_to(size):
     return made
 
 
+def with_extensions_of(size):
+    """A harmless RSA certificate whose list of extensions is encoded in exactly `size` bytes."""
+    padding = size - 64
+    while (made := len(der.sequence(der.padding_extension(padding)))) != size:
+        padding += size - made
+    return self_issued_rsa("padded", extensions=[der.padding_extension(padding)])
+
+
 def explicit_ec():
     """A curve over a prime of 19,937 bits that the certificate brings along."""
     byte = b"\x02"
@@ -67,6 +75,8 @@ def write_all(out):
         "rsa-exponent-65": self_issued_rsa("exponent", exponent=exponent_65),
         "size-4096": padded_to(4096),
         "size-4097": padded_to(4097),
+        "extensions-12288": with_extensions_of(12288),
+        "extensions-12289": with_extensions_of(12289),
         "rsa-modulus-20800": self_issued_rsa("both", modulus_bits=20800, exponent=odd_number(10300),
                                              signature_bytes=16),
         "ec-explicit-19937": explicit_ec(),
