@@ -21,7 +21,9 @@ constexpr const char* kExitCodes =
 
 using Action = std::function<int(std::ostream&, std::ostream&)>;
 
-// All commands' options, and the command that was asked for.
+// All commands' options, and the command that was asked for. An option that may be given again
+// takes one argument each time, so that it never swallows a FILE that follows; only --chain, whose
+// command has no FILE, takes several.
 struct Request {
   CreateOptions create;
   InspectOptions inspect;
@@ -46,7 +48,8 @@ void AddCreate(CLI::App& app, Request& request) {
       .add_option("--bundle", options.bundles,
                   "NAME=FILE: certificates (PEM or DER) for bundle NAME; again for more; NAME= for "
                   "an empty bundle")
-      ->required();
+      ->required()
+      ->allow_extra_args(false);
   command.add_option("-o,--output", options.outputFile, "the file to write")->required();
   command.add_option("--alg", options.algorithm, "what the header says (default ES256)");
   command.add_flag("--no-check", options.noCheck,
@@ -77,7 +80,8 @@ void AddVerify(CLI::App& app, Request& request) {
   VerifyOptions& options = request.verify;
   command.add_option("FILE", options.file, "the container")->required();
   command.add_option("--root", options.rootFiles, "PEM file of root certificates; again for more")
-      ->required();
+      ->required()
+      ->allow_extra_args(false);
   command.add_option("--installed-id", options.installedId, "id of the installed container");
   command.add_option("--installed-timestamp", options.installedTimestamp,
                      "timestamp of the installed container; 0 (default): none is installed");
@@ -85,8 +89,10 @@ void AddVerify(CLI::App& app, Request& request) {
   command.add_option("--ocsp", options.ocsp,
                      "what is known of revocation: none (default; the unit refuses then), good, "
                      "revoked");
-  command.add_option("--switch", options.switches,
-                     "a development switch that is on at the unit; again for more");
+  command
+      .add_option("--switch", options.switches,
+                  "a development switch that is on at the unit; again for more")
+      ->allow_extra_args(false);
   command.add_flag("--json", options.json, "tell the answer in JSON");
   command.callback([&request] {
     request.action = [&request](std::ostream& out, std::ostream& err) {

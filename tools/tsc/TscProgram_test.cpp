@@ -27,6 +27,44 @@ TEST_F(TscProgram, CreateInspectVerify_EachDone) {
   EXPECT_EQ(err.str(), "");
 }
 
+TEST_F(TscProgram, FileBehindARepeatableOption_IsTheContainer) {
+  ASSERT_EQ(Create(), kDone) << err.str();
+  EXPECT_EQ(Run({"verify", "--ocsp", "good", "--root", Pki("root.pem"), Path("out.tsc")}), kDone)
+      << err.str();
+  EXPECT_EQ(Run({"verify", "--root", Pki("root.pem"), "--switch", "OcspDisable", Path("out.tsc")}),
+            kDone)
+      << err.str();
+}
+
+TEST_F(TscProgram, SecondFileBehindOneRoot_NeverTrusted) {
+  ASSERT_EQ(Create(), kDone) << err.str();
+  EXPECT_EQ(Run({"verify", Path("out.tsc"), "--ocsp", "good", "--root",
+                 Pki("other-root/other-name.pem"), Pki("root.pem")}),
+            kUsage);
+}
+
+TEST_F(TscProgram, RepeatedRootAndSwitch_AllCount) {
+  ASSERT_EQ(Create(), kDone) << err.str();
+  EXPECT_EQ(Run({"verify", "--switch", "TestModeEnabled", "--switch", "OcspDisable", "--root",
+                 Pki("other-root/other-name.pem"), "--root", Pki("root.pem"), Path("out.tsc")}),
+            kDone)
+      << err.str();
+}
+
+TEST_F(TscProgram, ChainOfSeveralFilesBeforeOtherOptions_AllTaken) {
+  EXPECT_EQ(Run({"create", "--chain", Pki("p256-3/chain/0.der"), Pki("p256-3/chain/1.der"),
+                 Pki("p256-3/chain/2.der"), "--key", Pki("p256-3/leaf.key.pem"), "--id", "id-1",
+                 "--bundle", "NONE=", "-o", Path("out.tsc")}),
+            kDone)
+      << err.str();
+}
+
+TEST_F(TscProgram, SecondBundleBehindOneOption_Refused) {
+  EXPECT_EQ(Run({"create", "--key", "k", "--chain", "c", "--id", "i", "-o", Path("out.tsc"),
+                 "--bundle", "A=", "B="}),
+            kUsage);
+}
+
 TEST_F(TscProgram, Switches_Shown) {
   EXPECT_EQ(Run({"switches", "--init", "--file", Path("config.cfg")}), kDone);
   EXPECT_EQ(Run({"switches", "--json", "--file", Path("config.cfg")}), kDone);
