@@ -134,6 +134,17 @@ def test_tsc_verify_says_what_the_unit_says(tsc, ready_unit, pki, bundles, tmp_p
     assert [line.replace("\n", "\\x0a") for line in told["log"]] == verdict(ready_unit.install(text).log())
 
 
+def test_tsc_verify_says_what_the_unit_says_to_a_name_too_long_for_its_store(tsc, ready_unit, pki, bundles, tmp_path):
+    text = containers.build(containers.Signer.load(pki / "p256-3"), {**bundles, "x" * 245: []}, ts=TS)
+    (tmp_path / "in.tsc").write_text(text)
+    done = tsc("verify", "--json", "--root", pki / "root.pem", "--switch", "OcspDisable", tmp_path / "in.tsc")
+    told = json.loads(done.stdout)
+    assert (told["status"], done.returncode) == (10, 1)
+    ready_unit.provision_root((pki / "root.pem").read_bytes())
+    assert told["log"] == verdict(ready_unit.install(text).log())
+    assert ready_unit.store() == {}
+
+
 def test_tsc_inspect_shows_what_was_put_in(tsc, pki, bundles, tmp_path):
     (tmp_path / "in.tsc").write_text(containers.build(containers.Signer.load(pki / "p256-3"), bundles, ts=TS))
     shown = json.loads(tsc("inspect", "--json", tmp_path / "in.tsc").stdout)

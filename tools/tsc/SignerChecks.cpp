@@ -12,6 +12,7 @@
 #include "TruststoreUpdateClient/VerifiedPath.h"
 #include "tools/tsc/Certificates.h"
 #include "tools/tsc/Timestamps.h"
+#include "tools/tsc/UnitStore.h"
 
 namespace tsc {
 
@@ -111,6 +112,9 @@ void CheckBundles(const ContainerDraft& draft, Texts& objections) {
   for (const auto& [name, certificates] : draft.bundles) {
     if (NeedsEscape(name)) {
       objections.push_back("bundle '" + name + "': has a character that JSON must escape");
+    }
+    if (!FitsStore(name)) {
+      objections.push_back("bundle '" + name + "': name too long for a unit's store");
     }
   }
 }

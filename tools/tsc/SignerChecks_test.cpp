@@ -134,5 +134,19 @@ TEST(SignerChecks, TimestampFarAhead_Told) {
   EXPECT_THAT(Check(draft, "p256-2"), IsEmpty());
 }
 
+TEST(SignerChecks, BundleNameAtTheBoundOfAUnitsStore_Taken) {
+  auto draft = DraftOf("p256-3");
+  draft.bundles[std::string(244, 'x')] = {};
+  EXPECT_THAT(Check(draft, "p256-3"), IsEmpty());
+}
+
+TEST(SignerChecks, BundleNameAboveTheBound_Named) {
+  auto draft = DraftOf("p256-3");
+  const std::string name(245, 'x');
+  draft.bundles[name] = {};
+  EXPECT_THAT(Check(draft, "p256-3"),
+              ElementsAre("bundle '" + name + "': name too long for a unit's store"));
+}
+
 }  // namespace
 }  // namespace tsc

@@ -4,6 +4,7 @@
 
 #include "TruststoreUpdateClient/PersistentFileStorageImpl.h"
 #include "csc_logging/CSCLogging.h"
+#include "tools/tsc/UnitStore.h"
 
 namespace tsc {
 
@@ -12,7 +13,7 @@ namespace tuc = truststore_update_client;
 
 namespace {
 
-// Holds the roots, and takes every bundle without keeping it.
+// Holds the roots, and takes every bundle that a unit can keep without keeping it.
 class RootsOnly : public ostra::tee::TrustStoreUpdateAPI {
  public:
   explicit RootsOnly(std::string pem) : roots(std::move(pem)) {}
@@ -21,7 +22,11 @@ class RootsOnly : public ostra::tee::TrustStoreUpdateAPI {
     pem = name == tuc::ZORA_ROOT_CERTIFICATE_ID ? roots : "";
     return pem.empty() ? 1 : 0;
   }
-  int InstallCertificateBundle(const std::string&, const std::string&) override { return 0; }
+  int InstallCertificateBundle(const std::string& name, const std::string& pem) override {
+    const std::string failure = StoreFailure(name, pem);
+    if (!failure.empty()) CSCLogging::LogError(failure);
+    return failure.empty() ? 0 : 1;
+  }
   int RemoveAllTrustStores() override { return 0; }
 
  private:

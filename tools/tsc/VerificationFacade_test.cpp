@@ -49,6 +49,21 @@ TEST(VerificationFacade, IdThatAUnitCannotRecord_FailsWithAUnitsLines) {
                                        "file storage!"));
 }
 
+TEST(VerificationFacade, BundleThatAUnitCannotKeep_FailsWithAUnitsLines) {
+  VerificationFacade facade(StateWithRoot());
+  const platform_host::CapturedLog log;
+  const std::string name(245, 'x');
+  EXPECT_FALSE(facade.InstallCertificateBundle(name.substr(1), "pem"));
+  EXPECT_TRUE(facade.InstallCertificateBundle(name, "pem"));
+  EXPECT_THAT(
+      log.Lines(),
+      ElementsAre("info: Certification bundle " + name.substr(1) + " updated succesfully.",
+                  "error: libtruststore: cannot install bundle " + name +
+                      ": /var/lib/truststore-update-client/trust-store/installed/" + name +
+                      ".pem: File name too long",
+                  "error: ERROR: Certification bundle " + name + " could not be installed!"));
+}
+
 TEST(VerificationFacade, Chains_CheckedAgainstTheGivenRoot) {
   VerificationFacade facade(StateWithRoot());
   const platform_host::CapturedLog log;

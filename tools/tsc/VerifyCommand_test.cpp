@@ -198,6 +198,16 @@ TEST_F(VerifyCommand, RootFileWithoutCertificate_ChainRefused) {
   EXPECT_THAT(out.str(), HasSubstr("error: Error: Certificate Path validation failed\nstatus 7 "));
 }
 
+TEST_F(VerifyCommand, BundleNameTooLongForAUnit_StatusTen) {
+  const std::string name(245, 'x');
+  EXPECT_EQ(Verify(TestContainer().PayloadJson("{\"" + name + "\":[]}").Build()), kRefused);
+  EXPECT_THAT(out.str(), HasSubstr(".pem: File name too long\n"
+                                   "  error: ERROR: Certification bundle xxx"));
+  EXPECT_THAT(out.str(), EndsWith("  error: ERROR: Certificate group update failed!\n"
+                                  "  info: Truststores cleared succesfully.\n"
+                                  "status 10 (STATUS_CODE_10): a bundle could not be installed\n"));
+}
+
 TEST_F(VerifyCommand, NothingOfTheRun_StaysOnDisk) {
   ASSERT_EQ(Verify(TestContainer().Build()), kDone);
   std::size_t files = 0;
