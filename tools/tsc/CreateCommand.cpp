@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "TruststoreUpdateClient/HSM.h"
 #include "tools/tsc/Certificates.h"
 #include "tools/tsc/ContainerWriter.h"
 #include "tools/tsc/ExitCode.h"
@@ -84,6 +85,15 @@ std::string UnreadableInput(const CreateOptions& options) {
   return "";
 }
 
+// A rollover is legitimate, but a wrong one locks every later signer out.
+void WarnOfRoots(const ContainerDraft& draft, std::ostream& err) {
+  const std::string& name = truststore_update_client::ZORA_ROOT_CERTIFICATE_ID;
+  if (draft.bundles.count(name) == 0) return;
+  err << "tsc create: warning: bundle '" << name
+      << "' replaces the roots that a unit checks signers against; keep the old root in it until "
+         "every signer is below the new one\n";
+}
+
 bool Accept(const CreateOptions& options, const ContainerDraft& draft, const Key& key,
             std::ostream& err) {
   const auto objections = Objections(draft, *key);
@@ -124,6 +134,7 @@ int Write(const CreateOptions& options, const ContainerDraft& draft, const Key& 
     err << "tsc create: " << error << '\n';
     return kFileFailed;
   }
+  WarnOfRoots(draft, err);
   Tell(options, draft, container.size(), out);
   return kDone;
 }

@@ -182,6 +182,21 @@ TEST_F(CreateCommand, FileNameWithEqualsSign_IsTheFile) {
   EXPECT_EQ(Written().bundles[0].name, "WEB");
 }
 
+TEST_F(CreateCommand, BundleOfTheRoots_WrittenWithAWarning) {
+  options.bundles = {"WEB=", "ZORA=" + Pki("root.pem")};
+  EXPECT_EQ(Run(), kDone);
+  EXPECT_EQ(err.str(),
+            "tsc create: warning: bundle 'ZORA' replaces the roots that a unit checks signers "
+            "against; keep the old root in it until every signer is below the new one\n");
+  EXPECT_EQ(Written().bundles.size(), 2U);
+}
+
+TEST_F(CreateCommand, BundleNamedLikeTheRootsInLowerCase_NoWarning) {
+  options.bundles = {"zora=" + Pki("root.pem")};
+  EXPECT_EQ(Run(), kDone);
+  EXPECT_EQ(err.str(), "");
+}
+
 TEST_F(CreateCommand, ExistingOutput_KeptWhenRefused) {
   Write("out.tsc", "older container");
   options.id = "";
