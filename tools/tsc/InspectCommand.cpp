@@ -5,6 +5,7 @@
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "platform/host/csc_logging/LineFormat.h"
 #include "tools/tsc/ContainerContents.h"
+#include "tools/tsc/Counted.h"
 #include "tools/tsc/ExitCode.h"
 #include "tools/tsc/Files.h"
 
@@ -34,11 +35,11 @@ void Show(const ContainerContents& contents, std::ostream& out) {
   out << "container    " << Printable(contents.id) << "\ntimestamp    "
       << Printable(contents.timestamp) << "\nalgorithm    " << Printable(contents.algorithm)
       << "\nsignature    " << contents.signatureBytes << " bytes, not verified\nsigner chain "
-      << contents.chain.size() << " certificates\n";
+      << Counted(contents.chain.size(), "certificate") << '\n';
   Show(contents.chain, out);
   for (const auto& bundle : contents.bundles) {
-    out << "bundle       " << Printable(bundle.name) << ", " << bundle.certificates.size()
-        << " certificates\n";
+    out << "bundle       " << Printable(bundle.name) << ", "
+        << Counted(bundle.certificates.size(), "certificate") << '\n';
     Show(bundle.certificates, out);
   }
 }

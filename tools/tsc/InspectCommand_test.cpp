@@ -34,7 +34,7 @@ TEST_F(InspectCommand, GoodContainer_Shown) {
                                     "signer chain 2 certificates\n"
                                     "  [0] "));
   EXPECT_THAT(out.str(), HasSubstr("KALVIRON TSC Signer 1"));
-  EXPECT_THAT(out.str(), HasSubstr("bundle       A, 1 certificates\n"));
+  EXPECT_THAT(out.str(), HasSubstr("bundle       A, 1 certificate\n"));
   EXPECT_THAT(out.str(), HasSubstr("bundle       B, 2 certificates\n"));
   EXPECT_EQ(err.str(), "");
 }

@@ -1,5 +1,9 @@
 #include "tools/tsc/SwitchesCommand.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -10,6 +14,7 @@
 
 #include "TruststoreUpdateClient/Constants.h"
 #include "TruststoreUpdateClient/DevelopmentTools.h"
+#include "platform/host/config/Result.h"
 #include "support/FileContents.h"
 #include "tools/tsc/ExitCode.h"
 
@@ -17,6 +22,7 @@ namespace tsc {
 
 using development_tools::DevelopmentTools;
 using development_tools::kDevelopmentSwitches;
+using platform_host::Error;
 
 namespace {
 
@@ -37,21 +43,33 @@ class StandardOutputCapture {
   std::streambuf* previous;
 };
 
+int Complain(const std::string& file, int error, std::ostream& err) {
+  err << "tsc switches: " << Error::OfErrno(error).WithContext(file).Text() << '\n';
+  return kFileFailed;
+}
+
+// 0 or an errno.
+int WriteDefaults(const std::string& file) {
+  struct stat present {};
+  if (::stat(file.c_str(), &present) == 0 && !S_ISREG(present.st_mode)) {
+    return S_ISDIR(present.st_mode) ? EISDIR : EINVAL;
+  }
+  const StandardOutputCapture reports;
+  const DevelopmentTools tools(file);
+  // The writer says only whether it could; the call that failed was the last one to set this.
+  errno = 0;
+  if (tools.CreateConfigFile(file)) return 0;
+  return errno != 0 ? errno : EIO;
+}
+
 int Init(const SwitchesOptions& options, const std::string& file, std::ostream& out,
          std::ostream& err) {
   if (!options.force && ::access(file.c_str(), F_OK) == 0) {
     err << "tsc switches: " << file << ": exists already; --force replaces it\n";
     return kRefused;
   }
-  bool written = false;
-  {
-    const StandardOutputCapture reports;
-    written = DevelopmentTools(file).CreateConfigFile(file);
-  }
-  if (!written) {
-    err << "tsc switches: " << file << ": cannot be written\n";
-    return kFileFailed;
-  }
+  const int error = WriteDefaults(file);
+  if (error != 0) return Complain(file, error, err);
   out << file << ": default switches written\n";
   return kDone;
 }
@@ -85,6 +103,11 @@ int RunSwitches(const SwitchesOptions& options, std::ostream& out, std::ostream&
                                ? truststore_update_client::testing::TSUC_CONFIG_FILE_NAME
                                : options.file;
   if (options.init) return Init(options, file, out, err);
+  // Who cannot look into the file must not be told that its switches are off. A missing one means
+  // just that.
+  std::string content;
+  const int error = support::ReadFile(file, development_tools::kMaxConfigFileBytes, content);
+  if (error != 0 && error != ENOENT) return Complain(file, error, err);
   std::string reports;
   Show(ReadSwitches(file, reports), options.json, out);
   err << reports;

@@ -17,8 +17,8 @@ struct SwitchesOptions {
 };
 
 /// Shows each switch and its value on `out`, or writes the file; what the reader of the file
-/// reports goes to `err`. A missing file is no failure: every switch is off then. Returns a code of
-/// ExitCode.h.
+/// reports goes to `err`. A missing file is no failure: every switch is off then. One that cannot
+/// be read or written is told with its cause. Returns a code of ExitCode.h.
 [[nodiscard]] int RunSwitches(const SwitchesOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace tsc

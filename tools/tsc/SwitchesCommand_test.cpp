@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "TruststoreUpdateClient/DevelopmentTools.h"
 #include "tests/support/CommandTest.h"
 #include "tools/tsc/ExitCode.h"
 
@@ -84,7 +85,31 @@ TEST_F(SwitchesCommand, InitOverAFile_OnlyWithForce) {
 TEST_F(SwitchesCommand, InitInMissingFolder_Told) {
   options.init = true;
   EXPECT_EQ(Run(Path("no/config.cfg")), kFileFailed);
-  EXPECT_EQ(err.str(), "tsc switches: " + Path("no/config.cfg") + ": cannot be written\n");
+  EXPECT_EQ(err.str(), "tsc switches: " + Path("no/config.cfg") + ": No such file or directory\n");
+}
+
+TEST_F(SwitchesCommand, InitOverAFolder_Told) {
+  options.init = true;
+  options.force = true;
+  EXPECT_EQ(Run(directory.Path()), kFileFailed);
+  EXPECT_EQ(err.str(), "tsc switches: " + directory.Path() + ": Is a directory\n");
+}
+
+TEST_F(SwitchesCommand, FolderInPlaceOfTheFile_CauseAndNoSwitches) {
+  EXPECT_EQ(Run(directory.Path()), kFileFailed);
+  EXPECT_EQ(err.str(), "tsc switches: " + directory.Path() + ": Is a directory\n");
+  EXPECT_EQ(out.str(), "");
+}
+
+TEST_F(SwitchesCommand, FileAtTheReadersBound_Shown) {
+  std::filesystem::resize_file(Write("config.cfg", ""), development_tools::kMaxConfigFileBytes);
+  EXPECT_EQ(Run(Path("config.cfg")), kDone);
+}
+
+TEST_F(SwitchesCommand, FileAboveTheReadersBound_CauseAndNoSwitches) {
+  std::filesystem::resize_file(Write("config.cfg", ""), development_tools::kMaxConfigFileBytes + 1);
+  EXPECT_EQ(Run(Path("config.cfg")), kFileFailed);
+  EXPECT_EQ(err.str(), "tsc switches: " + Path("config.cfg") + ": File too large\n");
 }
 
 }  // namespace

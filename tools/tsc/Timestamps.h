@@ -9,6 +9,10 @@
 
 namespace tsc {
 
+/// What ParseTimestamp reads, for messages.
+inline constexpr const char* kTimestampForms =
+    "now, YYYY-MM-DDThh:mm:ss in UTC, or seconds since the epoch";
+
 /// Reads "now" (which is `now`), seconds since the epoch in decimal, or YYYY-MM-DDThh:mm:ss with or
 /// without a Z at its end. Empty for anything else, for dates that no calendar has, and for what 32
 /// bits do not hold.

@@ -117,6 +117,15 @@ void AddSwitches(CLI::App& app, Request& request) {
   });
 }
 
+// The parser would only say that a command is missing.
+bool IsUnknownCommand(const CLI::App& app, const std::string& argument) {
+  if (argument.empty() || argument.front() == '-') return false;
+  const auto ofThisName = [&argument](const CLI::App* command) {
+    return command->get_name() == argument;
+  };
+  return app.get_subcommands(ofThisName).empty();
+}
+
 }  // namespace
 
 int RunTsc(std::vector<std::string> arguments, std::ostream& out, std::ostream& err) {
@@ -130,6 +139,11 @@ int RunTsc(std::vector<std::string> arguments, std::ostream& out, std::ostream& 
   AddVerify(app, request);
   AddSwitches(app, request);
   try {
+    if (!arguments.empty() && IsUnknownCommand(app, arguments.front())) {
+      err << "tsc: " << arguments.front()
+          << ": no such command; there are create, inspect, verify and switches\n";
+      return kUsage;
+    }
     std::reverse(arguments.begin(), arguments.end());
     app.parse(std::move(arguments));
     return request.action(out, err);

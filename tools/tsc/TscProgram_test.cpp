@@ -95,6 +95,12 @@ TEST_F(TscProgram, WrongUsage_Two) {
   }
 }
 
+TEST_F(TscProgram, UnknownCommand_Named) {
+  EXPECT_EQ(Run({"burn", "--help"}), kUsage);
+  EXPECT_EQ(err.str(),
+            "tsc: burn: no such command; there are create, inspect, verify and switches\n");
+}
+
 TEST_F(TscProgram, CommandsOwnCode_PassedOn) {
   EXPECT_EQ(Run({"inspect", Path("missing")}), kFileFailed);
   EXPECT_EQ(Run({"inspect", Write("text", "text")}), kRefused);

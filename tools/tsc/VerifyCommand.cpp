@@ -15,6 +15,7 @@
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "platform/host/csc_logging/LineFormat.h"
 #include "support/FileContents.h"
+#include "tools/tsc/Certificates.h"
 #include "tools/tsc/ExitCode.h"
 #include "tools/tsc/Files.h"
 #include "tools/tsc/Timestamps.h"
@@ -71,11 +72,19 @@ bool IsSwitch(const std::string& key) {
   return std::any_of(all.begin(), all.end(), [&](const auto& entry) { return key == entry.key; });
 }
 
+std::string SwitchNames() {
+  std::string names;
+  for (const auto& entry : development_tools::kDevelopmentSwitches) {
+    names += (names.empty() ? "" : ", ") + std::string(entry.key);
+  }
+  return names;
+}
+
 // The switches are read from a file; this one is in memory only. It must be open while it is read.
 Result<DevelopmentTools> SwitchesOn(const std::vector<std::string>& keys) {
   std::string text;
   for (const auto& key : keys) {
-    if (!IsSwitch(key)) return Error("--switch " + key + ": no development switch");
+    if (!IsSwitch(key)) return Error("--switch " + key + ": not " + SwitchNames());
     text += key + " = true\n";
   }
   const support::UniqueFd file(::memfd_create("switches", MFD_CLOEXEC));
@@ -84,15 +93,20 @@ Result<DevelopmentTools> SwitchesOn(const std::vector<std::string>& keys) {
   return DevelopmentTools("/proc/self/fd/" + std::to_string(file.Get()));
 }
 
+Error NoTimestamp(const std::string& option, const std::string& text) {
+  return Error(option + " " + text + ": not " + kTimestampForms);
+}
+
 Result<UnitState> StateFrom(const VerifyOptions& options) {
   UnitState state;
   const std::uint32_t now = SecondsNow();
   const auto installed = ParseTimestamp(options.installedTimestamp, now);
-  if (!installed.has_value()) return Error("--installed-timestamp: no date and time");
+  if (!installed.has_value())
+    return NoTimestamp("--installed-timestamp", options.installedTimestamp);
   const auto at = ParseTimestamp(options.at, now);
-  if (!at.has_value()) return Error("--at: no date and time");
+  if (!at.has_value()) return NoTimestamp("--at", options.at);
   const auto ocsp = ParseOcsp(options.ocsp);
-  if (!ocsp.has_value()) return Error("--ocsp: not none, good or revoked");
+  if (!ocsp.has_value()) return Error("--ocsp " + options.ocsp + ": not none, good or revoked");
   state.installedId = options.installedId;
   state.installedTimestamp = *installed;
   state.ocsp = *ocsp;
@@ -133,6 +147,14 @@ int Answer(const std::string& container, const UnitState& state, const Developme
   return status == tuc::kInstalled ? kDone : kRefused;
 }
 
+// A unit holds its roots in PEM, as they stand; a root in DER is put into that form.
+Result<std::string> RootsFrom(const std::string& path, const std::string& bytes) {
+  if (bytes.find("-----BEGIN CERTIFICATE-----") != std::string::npos) return bytes;
+  const auto certificates = LoadCertificates(path);
+  if (!certificates.Ok()) return Error("no PEM certificate in " + path + ", nor one in DER");
+  return certificates.Value().front().PEM_encode();
+}
+
 int Complain(const std::string& error, int code, std::ostream& err) {
   err << "tsc verify: " << error << '\n';
   return code;
@@ -149,8 +171,10 @@ int RunVerify(const VerifyOptions& options, std::ostream& out, std::ostream& err
   const auto switches = SwitchesOn(options.switches);
   if (!switches.Ok()) return Complain(switches.Failure().Text(), kUsage, err);
   for (const auto& path : options.rootFiles) {
-    const auto pem = ReadWholeFile(path);
-    if (!pem.Ok()) return Complain(pem.Failure().Text(), kFileFailed, err);
+    const auto bytes = ReadWholeFile(path);
+    if (!bytes.Ok()) return Complain(bytes.Failure().Text(), kFileFailed, err);
+    const auto pem = RootsFrom(path, bytes.Value());
+    if (!pem.Ok()) return Complain(pem.Failure().Text(), kRefused, err);
     unit.rootsPem += pem.Value();
   }
   const auto container = ReadWholeFile(options.file);

@@ -132,11 +132,16 @@ TEST_F(VerifyCommand, WrongOptions_EachNamed) {
     VerifyOptions options;
     const char* error;
   } cases[] = {
-      {{"", {}, "", "soon", "now", "good", {}, false}, "--installed-timestamp: no date and time"},
-      {{"", {}, "", "0", "soon", "good", {}, false}, "--at: no date and time"},
-      {{"", {}, "", "0", "now", "bad", {}, false}, "--ocsp: not none, good or revoked"},
+      {{"", {}, "", "soon", "now", "good", {}, false},
+       "--installed-timestamp soon: not now, YYYY-MM-DDThh:mm:ss in UTC, or seconds since the "
+       "epoch"},
+      {{"", {}, "", "0", "soon", "good", {}, false},
+       "--at soon: not now, YYYY-MM-DDThh:mm:ss in UTC, or seconds since the epoch"},
+      {{"", {}, "", "0", "now", "bad", {}, false}, "--ocsp bad: not none, good or revoked"},
       {{"", {}, "", "0", "now", "good", {"no-check"}, false},
-       "--switch no-check: no development switch"},
+       "--switch no-check: not TestModeEnabled, ConnectionRetryTestMode, OcspDisable, "
+       "no-check-replayprotection, no-check-timestampfuture, no-check-signcertpath, "
+       "no-check-signcertcn, no-check-tscsignature, no-check-ocsp, no-check-all"},
   };
   for (const auto& entry : cases) {
     err.str("");
@@ -192,10 +197,18 @@ TEST_F(VerifyCommand, ControlCharactersOfTheContainer_EscapedInTheLines) {
   EXPECT_THAT(out.str(), HasSubstr("'KALVIRON one\\x0atwo'"));
 }
 
-TEST_F(VerifyCommand, RootFileWithoutCertificate_ChainRefused) {
+TEST_F(VerifyCommand, RootFileWithoutCertificate_Named) {
   options.rootFiles = {Write("empty.pem", "no certificate\n")};
   EXPECT_EQ(Verify(TestContainer().Build()), kRefused);
-  EXPECT_THAT(out.str(), HasSubstr("error: Error: Certificate Path validation failed\nstatus 7 "));
+  EXPECT_EQ(err.str(),
+            "tsc verify: no PEM certificate in " + Path("empty.pem") + ", nor one in DER\n");
+  EXPECT_EQ(out.str(), "");
+}
+
+TEST_F(VerifyCommand, RootInDer_Taken) {
+  const auto der = tests::Certificate("root.pem").BER_encode();
+  options.rootFiles = {Write("root.der", {der.begin(), der.end()})};
+  EXPECT_EQ(Verify(TestContainer().Build()), kDone) << out.str();
 }
 
 TEST_F(VerifyCommand, BundleNameTooLongForAUnit_StatusTen) {
