@@ -70,7 +70,12 @@ int Init(const SwitchesOptions& options, const std::string& file, std::ostream& 
   }
   const int error = WriteDefaults(file);
   if (error != 0) return Complain(file, error, err);
-  out << file << ": default switches written\n";
+  if (options.json) {
+    const nlohmann::ordered_json told = {{"file", file}, {"written", true}};
+    out << told.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+  } else {
+    out << file << ": default switches written\n";
+  }
   return kDone;
 }
 

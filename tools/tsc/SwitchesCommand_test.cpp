@@ -71,6 +71,14 @@ TEST_F(SwitchesCommand, Init_WritesTheDefaults) {
                                     "ConnectionRetryTestMode     false\n"));
 }
 
+TEST_F(SwitchesCommand, InitInJson_IsOneObject) {
+  options.init = true;
+  options.json = true;
+  ASSERT_EQ(Run(Path("config.cfg")), kDone);
+  EXPECT_EQ(nlohmann::json::parse(out.str()),
+            (nlohmann::json{{"file", Path("config.cfg")}, {"written", true}}));
+}
+
 TEST_F(SwitchesCommand, InitOverAFile_OnlyWithForce) {
   options.init = true;
   EXPECT_EQ(Run(Write("config.cfg", "mine")), kRefused);

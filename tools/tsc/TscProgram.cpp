@@ -126,9 +126,7 @@ bool IsUnknownCommand(const CLI::App& app, const std::string& argument) {
   return app.get_subcommands(ofThisName).empty();
 }
 
-}  // namespace
-
-int RunTsc(std::vector<std::string> arguments, std::ostream& out, std::ostream& err) {
+int ParseAndRun(std::vector<std::string> arguments, std::ostream& out, std::ostream& err) {
   CLI::App app("Trust store containers: make them, look into them, ask what a unit would say.",
                "tsc");
   app.require_subcommand(1);
@@ -153,6 +151,16 @@ int RunTsc(std::vector<std::string> arguments, std::ostream& out, std::ostream& 
     err << "tsc: " << error.what() << '\n';
     return kRefused;
   }
+}
+
+}  // namespace
+
+int RunTsc(std::vector<std::string> arguments, std::ostream& out, std::ostream& err) {
+  const int code = ParseAndRun(std::move(arguments), out, err);
+  // What is told after a failed write is lost as well, and a full disk shows only now.
+  if (out.flush()) return code;
+  err << "tsc: standard output: cannot be written\n";
+  return kFileFailed;
 }
 
 }  // namespace tsc

@@ -9,7 +9,8 @@
 namespace tsc {
 
 /// Runs the command that `arguments` (without the program's name) ask for. Answers go to `out`,
-/// what is wrong to `err`. Returns the exit code. Does not throw but for exhausted memory.
+/// what is wrong to `err`. Returns the exit code: that of a file that cannot be written when `out`
+/// does not take all of the answer. Does not throw but for exhausted memory.
 [[nodiscard]] int RunTsc(std::vector<std::string> arguments, std::ostream& out, std::ostream& err);
 
 }  // namespace tsc

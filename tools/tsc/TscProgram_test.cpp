@@ -95,6 +95,20 @@ TEST_F(TscProgram, WrongUsage_Two) {
   }
 }
 
+// A stream that takes nothing, as a full disk.
+class FullDisk : public std::streambuf {};
+
+TEST_F(TscProgram, AnswerThatCannotBeWritten_Three) {
+  FullDisk disk;
+  for (const auto& arguments :
+       std::vector<std::vector<std::string>>{{"--help"}, {"switches", "--file", Path("missing")}}) {
+    std::ostream full(&disk);
+    err.str("");
+    EXPECT_EQ(RunTsc(arguments, full, err), kFileFailed);
+    EXPECT_THAT(err.str(), HasSubstr("tsc: standard output: cannot be written\n"));
+  }
+}
+
 TEST_F(TscProgram, UnknownCommand_Named) {
   EXPECT_EQ(Run({"burn", "--help"}), kUsage);
   EXPECT_EQ(err.str(),
