@@ -176,6 +176,16 @@ TEST_F(Storage, TwoOpenInOneThread_NeitherWaitsForTheOther) {
   EXPECT_EQ(Number("b"), 2);
 }
 
+TEST_F(Storage, ClosedByAnotherMeanwhile_ReadsWhatWasThereAtOpening) {
+  const KeyValueStorage reader(kPort);
+  {
+    KeyValueStorage writer(kPort);
+    Set(writer, "a", 1);
+  }
+  EXPECT_FALSE(reader.HasKey("a"));
+  EXPECT_EQ(Number("a"), 1);
+}
+
 TEST_F(Storage, PortNames_EachAStoreOfItsOwnInside) {
   const std::vector<std::string> ports = {"A", "a", "../A", "/A", "", "A.db"};
   std::uint16_t number = 0;
@@ -205,11 +215,21 @@ TEST_F(Storage, DamagedDatabase_SetAsideWithErrorLineAndFreshOneBegun) {
   EXPECT_EQ(contents, std::string(5000, 'x'));
 }
 
+TEST_F(Storage, DirectoryInPlaceOfDatabase_SetAsideToo) {
+  fs::create_directories(databasePath + "/inside");
+  EXPECT_EQ(Number("a"), -1);
+  EXPECT_THAT(log.Lines(),
+              ElementsAre("error: libara_per: damaged database set aside, a new one begins: " +
+                          databasePath + ": is no regular file"));
+  EXPECT_TRUE(fs::exists(databasePath + ".damaged/inside"));
+}
+
 TEST_F(Storage, DamagedAndCannotBeSetAside_Throws) {
-  fs::create_directories(databasePath + ".damaged/in the way");
-  ASSERT_EQ(support::ReplaceFile(databasePath, std::string(5000, 'x'), 0600), 0);
-  EXPECT_EQ(FailureOf([] { const KeyValueStorage storage(kPort); }),
-            databasePath + ": Is a directory");
+  const std::string port(240, 'n');
+  const std::string path = records + "/" + port + ".db";
+  fs::create_directories(records);
+  ASSERT_EQ(support::ReplaceFile(path, std::string(5000, 'x'), 0600), 0);
+  EXPECT_EQ(FailureOf([&] { const KeyValueStorage storage(port); }), path + ": File name too long");
 }
 
 TEST_F(Storage, DirectoryCannotBeMade_Throws) {
