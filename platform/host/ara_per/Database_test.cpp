@@ -135,7 +135,7 @@ TEST_F(DatabaseAt, CommitAfterCommitOfAnother_BothKept) {
 }
 
 TEST_F(DatabaseAt, ProcessKilledAfterCommit_Kept) {
-  tests::ChildProcess child([this] {
+  tests::ChildProcess child([this]() noexcept {
     Database database(path);
     database.Commit({{"a", Number(7)}});
     return ::kill(::getpid(), SIGKILL);
@@ -146,7 +146,7 @@ TEST_F(DatabaseAt, ProcessKilledAfterCommit_Kept) {
 
 TEST_F(DatabaseAt, DiskFull_ThrowsAndNothingHalfKept) {
   Database(path).Commit({{"a", Number(1)}, {"a-size", Number(1)}});
-  tests::ChildProcess child([this] {
+  tests::ChildProcess child([this]() noexcept {
     Database database(path);
     if (!LimitFileSize(0)) return 2;
     try {
@@ -166,7 +166,7 @@ TEST_F(DatabaseAt, DiskFull_ThrowsAndNothingHalfKept) {
 
 TEST_F(DatabaseAt, DiskFull_OpenedAndRead) {
   Database(path).Commit({{"a", Number(1)}});
-  tests::ChildProcess child([this] {
+  tests::ChildProcess child([this]() noexcept {
     if (!LimitFileSize(0)) return 2;
     return TextOf(Database(path), "a") == "number 1" ? 0 : 1;
   });
@@ -175,7 +175,7 @@ TEST_F(DatabaseAt, DiskFull_OpenedAndRead) {
 
 TEST_F(DatabaseAt, DiskFull_ValuesOfSameLengthCommitted) {
   Database(path).Commit({{"a", BytesOf("old")}, {"a-size", Number(3)}});
-  tests::ChildProcess child([this] {
+  tests::ChildProcess child([this]() noexcept {
     if (!LimitFileSize(std::max(fs::file_size(path), fs::file_size(path + "-journal")))) return 2;
     Database(path).Commit({{"a", BytesOf("new")}, {"a-size", Number(3)}});
     return TextOf(Database(path), "a") == "bytes new" ? 0 : 1;
@@ -186,7 +186,7 @@ TEST_F(DatabaseAt, DiskFull_ValuesOfSameLengthCommitted) {
 TEST_F(DatabaseAt, KilledAmongPagesOfCommit_NextOpeningHoldsOldValues) {
   Database(path).Commit({{"a", BytesOf("old")}, {"b", Number(1)}});
   const auto size = fs::file_size(path);
-  tests::ChildProcess child([this] {
+  tests::ChildProcess child([this]() noexcept {
     Database database(path);
     ::signal(SIGXFSZ, SIG_DFL);
     const rlimit pages{5 * 4096, 5 * 4096};
