@@ -87,6 +87,7 @@ std::optional<Error> TrustStoreDirectory::Install(const std::string& name, const
   if (pem.size() > kBundleLimit) return Error::OfErrno(EFBIG);
   const auto turn = work.Begin(WorkLock::Purpose::kChange);
   if (!turn.Ok()) return turn.Failure();
+  if (turn.Value().IsStoreLost()) return Error("another process has begun a new store");
   const support::MutexLock lock(mutex);
   int error = MakeDirectories(installed);
   if (error == 0 && IsLink(installed)) error = ENOTDIR;
@@ -101,10 +102,13 @@ std::optional<Error> TrustStoreDirectory::Install(const std::string& name, const
 /// and what a power loss leaves of it is deleted by the next removal. Temporary files go the same
 /// way.
 std::optional<Error> TrustStoreDirectory::RemoveInstalled() {
-  const auto turn = work.Begin(WorkLock::Purpose::kChange);
-  if (!turn.Ok()) return turn.Failure();
+  auto begun = work.Begin(WorkLock::Purpose::kChange);
+  if (!begun.Ok()) return begun.Failure();
+  auto turn = std::move(begun).Take();
   const support::MutexLock lock(mutex);
-  int error = DeleteSetAside();
+  int error = turn.BeginStore();
+  if (error != 0) return Error::OfErrno(error).WithContext("cannot tell other processes");
+  error = DeleteSetAside();
   if (error != 0) return Error::OfErrno(error).WithContext(setAside);
   if (::rename(installed.c_str(), setAside.c_str()) != 0) {
     if (errno == ENOENT) return std::nullopt;

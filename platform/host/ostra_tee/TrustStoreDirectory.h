@@ -16,7 +16,9 @@
 namespace platform_host {
 
 /// Keeps the contract of TrustStoreUpdateAPI. Every failure is one error line "libtruststore: ...",
-/// but for a bundle that is simply not there. Operations block for the disk, and for another
+/// but for a bundle that is simply not there. After RemoveAllTrustStores only bundles that belong
+/// together stand: once another process has removed all, installing fails until this one removes
+/// all again; one that never did may install. Operations block for the disk, and for another
 /// process at work as WorkLock tells. Any thread; changes to one directory must go through one
 /// object of the process.
 class TrustStoreDirectory : public ostra::tee::TrustStoreUpdateAPI {

@@ -253,6 +253,47 @@ TEST_F(TrustStoreDirectoryOn, AnotherProcessAtWork_EachOperationFailsAndNothingC
   EXPECT_THAT(NamesIn(installed), ElementsAre("A.pem"));
 }
 
+/// Two processes whose right to work ends with each operation.
+class TwoTrustStoreDirectories : public TrustStoreDirectoryOn {
+ protected:
+  static WorkLock::Timing WithoutLease() {
+    WorkLock::Timing timing;
+    timing.lease = WorkLock::Milliseconds(0);
+    return timing;
+  }
+
+  WorkLock firstLock{directory.Path() + "/work.lock", WithoutLease()};
+  WorkLock secondLock{directory.Path() + "/work.lock", WithoutLease()};
+  TrustStoreDirectory first{root, firstLock};
+  TrustStoreDirectory second{root, secondLock};
+};
+
+TEST_F(TwoTrustStoreDirectories, RemovedByAnotherSince_InstallFailsAndItsStoreStands) {
+  ASSERT_EQ(first.RemoveAllTrustStores(), 0);
+  ASSERT_EQ(first.InstallCertificateBundle("A1", kPem), 0);
+  ASSERT_EQ(second.RemoveAllTrustStores(), 0);
+  ASSERT_EQ(second.InstallCertificateBundle("B1", kPem), 0);
+  EXPECT_NE(first.InstallCertificateBundle("A2", kPem), 0);
+  EXPECT_THAT(NamesIn(installed), ElementsAre("B1.pem"));
+  EXPECT_THAT(log.Lines(), ElementsAre("error: libtruststore: cannot install bundle A2: another "
+                                       "process has begun a new store"));
+}
+
+TEST_F(TwoTrustStoreDirectories, RemovedByItselfAgain_Installs) {
+  ASSERT_EQ(first.RemoveAllTrustStores(), 0);
+  ASSERT_EQ(second.RemoveAllTrustStores(), 0);
+  ASSERT_EQ(first.RemoveAllTrustStores(), 0);
+  EXPECT_EQ(first.InstallCertificateBundle("A1", kPem), 0);
+  EXPECT_NE(second.InstallCertificateBundle("B1", kPem), 0);
+}
+
+TEST_F(TwoTrustStoreDirectories, NeverRemoved_Installs) {
+  ASSERT_EQ(second.RemoveAllTrustStores(), 0);
+  EXPECT_EQ(first.InstallCertificateBundle("A1", kPem), 0);
+  EXPECT_EQ(second.InstallCertificateBundle("B1", kPem), 0);
+  EXPECT_THAT(NamesIn(installed), UnorderedElementsAre("A1.pem", "B1.pem"));
+}
+
 TEST_F(TrustStoreDirectoryOn, ReadersDuringChanges_WholeBundlesOrNone) {
   std::atomic<bool> done{false};
   std::thread reader([this, &done] {

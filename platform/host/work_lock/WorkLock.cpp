@@ -21,10 +21,10 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/// A record is three decimal numbers of this many digits, each with one byte behind it: always the
+/// A record is four decimal numbers of this many digits, each with one byte behind it: always the
 /// same size, so that rewriting it in place needs no new block on a full disk.
 constexpr std::size_t kFieldSize = 20;
-constexpr std::size_t kRecordSize = 3 * (kFieldSize + 1);
+constexpr std::size_t kRecordSize = 4 * (kFieldSize + 1);
 
 /// The bytes that stand for workers begin behind every record.
 constexpr std::int64_t kFirstWorker = 4096;
@@ -97,9 +97,9 @@ WorkLock::WorkLock(std::string lockFile) : WorkLock(std::move(lockFile), Timing{
 WorkLock::WorkLock(std::string lockFile, Timing durations)
     : path(std::move(lockFile)), timing(std::move(durations)) {}
 
-WorkLock::Milliseconds WorkLock::TimeSinceBoot() {
+WorkLock::Milliseconds WorkLock::MonotonicTime() {
   std::timespec time{};
-  ::clock_gettime(CLOCK_BOOTTIME, &time);
+  ::clock_gettime(CLOCK_MONOTONIC, &time);
   return std::chrono::duration_cast<Milliseconds>(std::chrono::seconds(time.tv_sec) +
                                                   std::chrono::nanoseconds(time.tv_nsec));
 }
@@ -146,7 +146,7 @@ WorkLock::Attempt WorkLock::Claim() {
   const std::int64_t holder = record ? record->process : 0;
   if (error == EAGAIN) return {Attempt::Outcome::kBusy, holder};
   if (MayWork(record)) {
-    error = WriteRecord();
+    error = WriteRecord(record ? record->storeBeginner : 0);
     if (error == 0) return {Attempt::Outcome::kGranted};
   }
   static_cast<void>(SetLock(file.Get(), F_UNLCK, 0));
@@ -158,8 +158,20 @@ void WorkLock::End() {
   const support::MutexLock lock(mutex);
   if (--turns > 0) return;
   // Failing to write leaves the time of the beginning: the lease ends sooner, nothing else.
-  static_cast<void>(WriteRecord());
+  static_cast<void>(WriteRecord(StoreBeginner()));
   static_cast<void>(SetLock(file.Get(), F_UNLCK, 0));
+}
+
+int WorkLock::BeginStore() {
+  const support::MutexLock lock(mutex);
+  const int error = WriteRecord(self);
+  if (error == 0) hasBegunStore = true;
+  return error;
+}
+
+bool WorkLock::IsStoreLost() {
+  const support::MutexLock lock(mutex);
+  return hasBegunStore && StoreBeginner() != self;
 }
 
 int WorkLock::OpenFile(Purpose purpose) {
@@ -202,14 +214,20 @@ std::optional<WorkLock::Record> WorkLock::ReadRecord() const {
   const auto worker = ParseField(text, 0);
   const auto lastWork = ParseField(text, 1);
   const auto process = ParseField(text, 2);
-  if (!worker || !lastWork || !process) return std::nullopt;
-  return Record{*worker, Milliseconds(*lastWork), *process};
+  const auto storeBeginner = ParseField(text, 3);
+  if (!worker || !lastWork || !process || !storeBeginner) return std::nullopt;
+  return Record{*worker, Milliseconds(*lastWork), *process, *storeBeginner};
 }
 
-int WorkLock::WriteRecord() const {
+std::int64_t WorkLock::StoreBeginner() const {
+  const auto record = ReadRecord();
+  return record ? record->storeBeginner : 0;
+}
+
+int WorkLock::WriteRecord(std::int64_t storeBeginner) const {
   std::string text;
   for (const std::int64_t number :
-       {self, std::int64_t{timing.now().count()}, std::int64_t{::getpid()}}) {
+       {self, std::int64_t{timing.now().count()}, std::int64_t{::getpid()}, storeBeginner}) {
     const std::string digits = std::to_string(number);
     text += std::string(kFieldSize - digits.size(), '0') + digits + " ";
   }

@@ -5,7 +5,9 @@
 ///
 /// The file holds who worked last and when. Byte 0 is locked while a process works; a byte of its
 /// own, far behind the text, is locked by each process for as long as it lives, so that the kernel
-/// tells at once when a holder has died. Locks belong to open file descriptions (F_OFD_SETLK in
+/// tells at once when a holder has died. The file also holds who began the present store, by
+/// removing all of the one before: a worker that lost its right in the middle of an installation
+/// learns there that its store is gone. Locks belong to open file descriptions (F_OFD_SETLK in
 /// fcntl(2)), which hold across containers that share the file.
 #ifndef PLATFORM_HOST_WORK_LOCK_WORKLOCK_H
 #define PLATFORM_HOST_WORK_LOCK_WORKLOCK_H
@@ -32,11 +34,14 @@ class WorkLock {
 
   /// How long things take.
   struct Timing {
-    Milliseconds lease{5000};       ///< how long others wait after an operation of a living worker
+    /// How long others wait after an operation of a living worker: longer than the checks of the
+    /// largest container take on a slow machine.
+    Milliseconds lease{30000};
     Milliseconds patience{60000};   ///< how long Begin waits for another worker
     Milliseconds pollInterval{20};  ///< how often Begin looks again
-    std::function<Milliseconds()> now =
-        TimeSinceBoot;  ///< the same for all workers, suspended time included
+    /// The same for all workers. Without the time for which the machine is suspended: nobody can
+    /// work then.
+    std::function<Milliseconds()> now = MonotonicTime;
   };
 
   enum class Purpose {
@@ -54,6 +59,14 @@ class WorkLock {
     ~Turn() {
       if (lock != nullptr) lock->End();
     }
+
+    /// Tells all workers that this one begins the store anew: from now on IsStoreLost is true for
+    /// those that did so before. Returns 0 or an errno. REQUIRES: Purpose::kChange.
+    [[nodiscard]] int BeginStore() { return lock->BeginStore(); }
+
+    /// Whether this worker has begun a store that is no longer the present one. A worker that never
+    /// began one adds to any. REQUIRES: Purpose::kChange.
+    [[nodiscard]] bool IsStoreLost() const { return lock->IsStoreLost(); }
 
    private:
     WorkLock* lock;
@@ -78,6 +91,7 @@ class WorkLock {
     std::int64_t worker;  ///< the byte that its process keeps locked
     Milliseconds lastWork;
     std::int64_t process;
+    std::int64_t storeBeginner;  ///< the worker that began the present store, 0: unknown
   };
 
   /// What one look at the file gave.
@@ -87,7 +101,11 @@ class WorkLock {
         0;  ///< kBusy: the process that is in the way, 0: unknown; kFailed: an errno
   };
 
-  static Milliseconds TimeSinceBoot();
+  static Milliseconds MonotonicTime();
+
+  // As in Turn.
+  [[nodiscard]] int BeginStore() EXCLUDES(mutex);
+  [[nodiscard]] bool IsStoreLost() EXCLUDES(mutex);
 
   /// Ends a turn; the last one of several begins the lease.
   void End() EXCLUDES(mutex);
@@ -112,8 +130,11 @@ class WorkLock {
   /// None when the file holds nothing that could be a record.
   [[nodiscard]] std::optional<Record> ReadRecord() const REQUIRES(mutex);
 
-  /// Writes that this worker works now. Returns 0 or an errno.
-  [[nodiscard]] int WriteRecord() const REQUIRES(mutex);
+  /// Who began the present store, as the file tells; 0: unknown.
+  [[nodiscard]] std::int64_t StoreBeginner() const REQUIRES(mutex);
+
+  /// Writes that this worker works now, on the store of `storeBeginner`. Returns 0 or an errno.
+  [[nodiscard]] int WriteRecord(std::int64_t storeBeginner) const REQUIRES(mutex);
 
   const std::string path;
   const Timing timing;
@@ -123,6 +144,7 @@ class WorkLock {
   std::int64_t self GUARDED_BY(mutex) =
       0;  ///< the byte that stands for this worker, drawn anew for each file
   unsigned turns GUARDED_BY(mutex) = 0;  ///< under way now
+  bool hasBegunStore GUARDED_BY(mutex) = false;
 };
 
 }  // namespace platform_host

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <future>
 #include <memory>
@@ -149,8 +150,9 @@ TEST_F(WorkLockOf, StartOfMachineSince_OldRecordWithoutMeaning) {
 
 TEST_F(WorkLockOf, BrokenRecord_Granted) {
   const std::string number = "00000000000000005000 ";
-  const std::vector<std::string> records = {"", "garbage", std::string(100, 'x'), number + number,
-                                            number + number + "-"};
+  const std::vector<std::string> records = {"", "garbage", std::string(100, 'x'),
+                                            number + number + number,
+                                            number + number + number + "-"};
   ASSERT_TRUE(Works(*Worker()));
   for (const auto& record : records) {
     ASSERT_EQ(support::ReplaceFile(path, record, 0600), 0);
@@ -232,6 +234,65 @@ TEST_F(WorkLockOf, RecordCannotBeWritten_Fails) {
   EXPECT_EQ(child.Wait(), 0);
 }
 
+bool BeginsStore(WorkLock& worker) {
+  auto turn = worker.Begin(Purpose::kChange);
+  return turn.Ok() && std::move(turn).Take().BeginStore() == 0;
+}
+
+bool HasLostStore(WorkLock& worker) {
+  const auto turn = worker.Begin(Purpose::kChange);
+  EXPECT_TRUE(turn.Ok());
+  return turn.Ok() && turn.Value().IsStoreLost();
+}
+
+TEST_F(WorkLockOf, StoreNeverBegun_NotLost) {
+  const auto first = Worker();
+  const auto second = Worker();
+  ASSERT_TRUE(BeginsStore(*first));
+  EXPECT_FALSE(HasLostStore(*first));
+  now = now.load() + kLease;
+  EXPECT_FALSE(HasLostStore(*second));
+}
+
+TEST_F(WorkLockOf, StoreBegunByAnotherSince_LostUntilBegunAgain) {
+  const auto first = Worker();
+  const auto second = Worker();
+  ASSERT_TRUE(BeginsStore(*first));
+  now = now.load() + kLease;
+  ASSERT_TRUE(BeginsStore(*second));
+  now = now.load() + kLease;
+  EXPECT_TRUE(HasLostStore(*first));
+  ASSERT_TRUE(BeginsStore(*first));
+  EXPECT_FALSE(HasLostStore(*first));
+}
+
+TEST_F(WorkLockOf, WorkOfAnotherOnOurStore_NotLost) {
+  const auto first = Worker();
+  const auto second = Worker();
+  ASSERT_TRUE(BeginsStore(*first));
+  now = now.load() + kLease;
+  ASSERT_TRUE(Works(*second));
+  now = now.load() + kLease;
+  EXPECT_FALSE(HasLostStore(*first));
+}
+
+TEST_F(WorkLockOf, BeginnerGone_StoreLostAllTheSame) {
+  const auto first = Worker();
+  auto second = Worker();
+  ASSERT_TRUE(BeginsStore(*first));
+  now = now.load() + kLease;
+  ASSERT_TRUE(BeginsStore(*second));
+  second.reset();
+  EXPECT_TRUE(HasLostStore(*first));
+}
+
+TEST_F(WorkLockOf, RecordBrokenMeanwhile_StoreLost) {
+  const auto first = Worker();
+  ASSERT_TRUE(BeginsStore(*first));
+  const support::UniqueFd file(::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+  EXPECT_TRUE(HasLostStore(*first));
+}
+
 /// Appends `mark` to `log` in `count` operations with no lock held between them.
 int WorkInSteps(WorkLock& lock, const std::string& log, char mark, int count) {
   for (int step = 0; step < count; ++step) {
@@ -261,6 +322,34 @@ TEST_F(WorkLockOf, ManyProcesses_EachFinishesBeforeNextBegins) {
   for (std::size_t index = 0; index < order.size(); ++index) {
     EXPECT_EQ(order[index], order[index - index % kSteps]) << index;
   }
+}
+
+TEST_F(WorkLockOf, DefaultLease_OutlastsLongChecks) {
+  WorkLock::Timing timing = TimingWith(milliseconds(0));
+  timing.lease = WorkLock::Timing{}.lease;
+  WorkLock first(path, timing);
+  WorkLock second(path, timing);
+  ASSERT_TRUE(Works(first));
+  now = now.load() + seconds(30) - milliseconds(1);
+  EXPECT_FALSE(Works(second));
+  now = now.load() + milliseconds(1);
+  EXPECT_TRUE(Works(second));
+}
+
+TEST_F(WorkLockOf, RealClock_TimeWithoutSuspension) {
+  const auto monotonic = [] {
+    return std::chrono::duration_cast<milliseconds>(
+        std::chrono::steady_clock::now().time_since_epoch());
+  };
+  const auto before = monotonic();
+  WorkLock worker(path);
+  ASSERT_TRUE(Works(worker));
+  const auto after = monotonic();
+  std::string record;
+  ASSERT_EQ(support::ReadFile(path, 1000, record), 0);
+  const milliseconds lastWork(std::stoll(record.substr(21, 20)));
+  EXPECT_GE(lastWork, before);
+  EXPECT_LE(lastWork, after);
 }
 
 TEST_F(WorkLockOf, RealClock_AnotherWithinDefaultLeaseRefused) {
