@@ -7,6 +7,8 @@
 #include <optional>
 #include <utility>
 
+#include "platform/host/config/KeyDepth.h"
+
 namespace platform_host {
 namespace {
 
@@ -200,6 +202,10 @@ class Reader {
 }  // namespace
 
 Result<HostConfig> ParseConfigText(std::string_view text, const std::string& fileName) {
+  if (const auto line = FindDeepKey(text)) {
+    return Error(fileName + ":" + std::to_string(*line) + ": more than " +
+                 std::to_string(kMaxDots) + " dots in a key");
+  }
   try {
     Reader reader(fileName);
     if (const auto failure = reader.Read(toml::parse(text))) return *failure;

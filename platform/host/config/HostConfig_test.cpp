@@ -150,6 +150,25 @@ TEST(HostConfigParse, DeepNesting_SyntaxError) {
   EXPECT_THAT(FailureOf("x = " + std::string(30000, '[')), StartsWith("host.toml:1: "));
 }
 
+TEST(HostConfigParse, KeyOfManyParts_Refused) {
+  std::string key = "a";
+  while (key.size() + 4 < HostConfig::kSizeLimit) key += ".a";
+  EXPECT_EQ(FailureOf(key + "=1"), "host.toml:1: more than 64 dots in a key");
+  EXPECT_EQ(FailureOf("\n[" + key + "]"), "host.toml:2: more than 64 dots in a key");
+}
+
+TEST(HostConfigParse, DeepestKey_ReadAsAnyOther) {
+  std::string key = "mqtt";
+  for (int dots = 0; dots < 64; ++dots) key += ".a";
+  EXPECT_EQ(FailureOf(key + " = 1"), "host.toml:1: mqtt.a: unknown key");
+  EXPECT_EQ(FailureOf(key + ".a = 1"), "host.toml:1: more than 64 dots in a key");
+}
+
+TEST(HostConfigParse, ManyDotsInValue_Taken) {
+  const std::string path = "/" + std::string(100, '.');
+  EXPECT_EQ(MustParse("[trust_store]\ndirectory = \"" + path + "\"\n").trustStoreDirectory, path);
+}
+
 TEST(HostConfigParse, TextAtSizeLimit_Accepted) {
   MustParse(std::string(HostConfig::kSizeLimit, '\n'));
 }
