@@ -152,10 +152,31 @@ TEST_P(TrustStoreContract, RemovedAll_ProvisionedReadAgain) {
   EXPECT_EQ(Read("ZORA"), PemOf("root"));
 }
 
-TEST_P(TrustStoreContract, InstalledWithoutCertificate_ProvisionedNotHidden) {
+TEST_P(TrustStoreContract, InstalledWithoutWholeCertificate_ProvisionedNotHidden) {
   subject->Provision("ZORA", PemOf("root"));
-  ASSERT_TRUE(Install("ZORA", "no certificate here\n"));
-  EXPECT_EQ(Read("ZORA"), PemOf("root"));
+  const std::string pem = PemOf("newer root");
+  const std::size_t body = pem.find("newer");
+  const std::size_t end = pem.find("-----END");
+  const std::vector<std::string> texts = {
+      "",
+      "no certificate here\n",
+      pem.substr(0, body),
+      pem.substr(0, end),
+      pem.substr(0, pem.size() - 2),
+      pem.substr(body),
+      pem.substr(end) + pem.substr(0, end),
+  };
+  for (const auto& text : texts) {
+    ASSERT_TRUE(Install("ZORA", text));
+    EXPECT_EQ(Read("ZORA"), PemOf("root")) << text;
+  }
+}
+
+TEST_P(TrustStoreContract, InstalledWithOneWholeCertificate_InstalledRead) {
+  subject->Provision("ZORA", PemOf("root"));
+  const std::string pem = "-----END CERTIFICATE-----\n" + PemOf("newer root") + "cut -----BEGIN ";
+  ASSERT_TRUE(Install("ZORA", pem));
+  EXPECT_EQ(Read("ZORA"), pem);
 }
 
 TEST_P(TrustStoreContract, OnlyWithoutCertificate_ReadAsItStands) {

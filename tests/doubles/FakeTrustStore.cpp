@@ -4,7 +4,9 @@ namespace tests {
 namespace {
 
 bool HoldsCertificate(const std::string& pem) {
-  return pem.find("-----BEGIN CERTIFICATE-----") != std::string::npos;
+  const auto begin = pem.find("-----BEGIN CERTIFICATE-----");
+  return begin != std::string::npos &&
+         pem.find("-----END CERTIFICATE-----", begin) != std::string::npos;
 }
 
 }  // namespace

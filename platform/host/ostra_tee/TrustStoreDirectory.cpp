@@ -26,8 +26,11 @@ std::string PathIn(const std::string& layer, const std::string& name) {
   return layer + "/" + FileNameOf(name) + ".pem";
 }
 
+/// Whether there is a whole certificate: of a file that was cut off, the end may be missing.
 bool HoldsCertificate(const std::string& pem) {
-  return pem.find("-----BEGIN CERTIFICATE-----") != std::string::npos;
+  const auto begin = pem.find("-----BEGIN CERTIFICATE-----");
+  return begin != std::string::npos &&
+         pem.find("-----END CERTIFICATE-----", begin) != std::string::npos;
 }
 
 /// Whether a link leads from `path` to a place that is not ours to write to.
