@@ -3,34 +3,51 @@
 #ifndef PLATFORM_HOST_CSC_LOGGING_DESCRIPTORSINK_H
 #define PLATFORM_HOST_CSC_LOGGING_DESCRIPTORSINK_H
 
+#include <chrono>
 #include <memory>
 #include <string>
 
 #include "platform/host/csc_logging/LogSinks.h"
+#include "support/Mutex.h"
 #include "support/UniqueFd.h"
 
 namespace platform_host {
 
-/// Writes to one descriptor. Write retries after a signal only: a full disk or a full pipe loses
-/// the line, and never stops the unit.
+/// Writes to one descriptor. Write retries after a signal, and waits for a reader that is behind;
+/// but a full disk loses the line, and so does a pipe or a terminal that nobody reads. Once a wait
+/// was in vain no further line waits until there is room again, so that a log that nobody reads
+/// never stops the unit.
 class DescriptorSink : public LogSink {
  public:
   enum class Style { kTimestamp, kJournal };
 
+  /// How long a line waits for room.
+  static constexpr std::chrono::milliseconds kPatience{1000};
+
   /// Writes to `descriptor`, which is not closed and outlives this object. `applicationId` stands
   /// in each line.
-  DescriptorSink(int descriptor, Style lineStyle, std::string applicationId);
+  DescriptorSink(int descriptor, Style lineStyle, std::string applicationId,
+                 std::chrono::milliseconds patience = kPatience);
 
   /// Writes to `descriptor` with timestamps, and closes it in the end.
   DescriptorSink(support::UniqueFd descriptor, std::string applicationId);
 
-  void Write(LogLevel level, std::string_view text) noexcept override;
+  void Write(LogLevel level, std::string_view text) noexcept override EXCLUDES(mutex);
 
  private:
+  /// Whether a line can be written without blocking; waits for that at most `wait`, unless an
+  /// earlier line waited in vain.
+  bool AwaitRoom() REQUIRES(mutex);
+
   const support::UniqueFd owned;
   const int fd;
   const Style style;
   const std::string application;
+  const std::chrono::milliseconds wait;
+
+  /// Held from finding room to having written, lest another thread takes the room meanwhile.
+  support::Mutex mutex;
+  bool isStalled GUARDED_BY(mutex) = false;  ///< the last wait was in vain
 };
 
 /// Whether `descriptor` is the connection to systemd's journal that `journalStream`, the value of

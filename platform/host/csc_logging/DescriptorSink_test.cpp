@@ -3,17 +3,24 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <climits>
+#include <future>
 #include <thread>
 #include <vector>
 
 #include "support/FileContents.h"
+#include "tests/doubles/ChildProcess.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace platform_host {
 namespace {
 
+using std::chrono::milliseconds;
+using std::chrono::seconds;
 using ::testing::EndsWith;
 using ::testing::MatchesRegex;
 
@@ -46,7 +53,8 @@ TEST_F(DescriptorSinkFile, TextWithLineFeed_OneLine) {
 }
 
 TEST_F(DescriptorSinkFile, Write_ErrnoKept) {
-  const auto sink = std::make_shared<DescriptorSink>(-1, DescriptorSink::Style::kTimestamp, "TU");
+  const auto sink = std::make_shared<DescriptorSink>(-1, DescriptorSink::Style::kTimestamp, "TU",
+                                                     milliseconds(0));
   errno = ENOSPC;
   sink->Write(LogLevel::kInfo, "into nowhere");
   EXPECT_EQ(errno, ENOSPC);
@@ -92,6 +100,58 @@ TEST_F(DescriptorSinkFile, JournalStyle_PriorityInsteadOfTimestamp) {
   DescriptorSink(file.Get(), DescriptorSink::Style::kJournal, "TU")
       .Write(LogLevel::kWarning, "text");
   EXPECT_EQ(Contents(), "<4>TU text\n");
+}
+
+/// A pipe that is full, as one that nobody reads is in the end.
+class FullPipe : public ::testing::Test {
+ protected:
+  FullPipe() {
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    readEnd = support::UniqueFd(ends[0]);
+    writeEnd = support::UniqueFd(ends[1]);
+    while (::write(writeEnd.Get(), "x", 1) == 1) {
+    }
+    EXPECT_EQ(::fcntl(writeEnd.Get(), F_SETFL, 0), 0);
+    EXPECT_EQ(::fcntl(readEnd.Get(), F_SETFL, 0), 0);
+  }
+
+  /// Reads up to the first line feed.
+  [[nodiscard]] std::string ReadLine() const {
+    std::string line;
+    for (char byte = 0; byte != '\n' && ::read(readEnd.Get(), &byte, 1) == 1;) line += byte;
+    return line.substr(line.find_last_of('x') + 1);
+  }
+
+  support::UniqueFd readEnd;
+  support::UniqueFd writeEnd;
+};
+
+TEST_F(FullPipe, NobodyReads_LinesLostAndWriterGoesOn) {
+  constexpr unsigned kDeadlineS = 60;
+  tests::ChildProcess child([this] {
+    ::alarm(kDeadlineS);
+    DescriptorSink sink(writeEnd.Get(), DescriptorSink::Style::kJournal, "TU");
+    for (int line = 0; line < 1000; ++line) sink.Write(LogLevel::kInfo, "text");
+    return 0;
+  });
+  EXPECT_EQ(child.Wait(), 0);
+}
+
+TEST_F(FullPipe, ReadAfterLinesWereLost_LaterOnesArrive) {
+  DescriptorSink sink(writeEnd.Get(), DescriptorSink::Style::kJournal, "TU", milliseconds(0));
+  sink.Write(LogLevel::kInfo, "lost");
+  std::string bytes(PIPE_BUF, '\0');
+  ASSERT_EQ(::read(readEnd.Get(), bytes.data(), bytes.size()), PIPE_BUF);
+  sink.Write(LogLevel::kInfo, "kept");
+  EXPECT_EQ(ReadLine(), "<6>TU kept\n");
+}
+
+TEST_F(FullPipe, ReaderBehind_LineWaitsForIt) {
+  DescriptorSink sink(writeEnd.Get(), DescriptorSink::Style::kJournal, "TU", seconds(60));
+  auto reader = std::async(std::launch::async, [this] { return ReadLine(); });
+  sink.Write(LogLevel::kInfo, "kept");
+  EXPECT_EQ(reader.get(), "<6>TU kept\n");
 }
 
 TEST_F(DescriptorSinkFile, IsJournal_OnlyForDeviceAndInodeOfDescriptor) {
