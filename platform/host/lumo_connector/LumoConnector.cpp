@@ -3,7 +3,9 @@
 #include <pthread.h>
 
 #include <exception>
+#include <new>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "csc_logging/CSCLogging.h"
@@ -11,6 +13,19 @@
 #include "support/Mutex.h"
 
 namespace lumo_connector {
+
+namespace {
+
+void LogError(std::string_view reason, const char* context = "") noexcept {
+  try {
+    csc_logging::CSCLogging::LogError(std::string("libLumoConnectorShared: ") + context +
+                                      std::string(reason));
+  } catch (const std::bad_alloc&) {
+    // The line is lost, the session goes on.
+  }
+}
+
+}  // namespace
 
 /// The session's thread exists from the construction on and waits: a connector that could be made
 /// can be started, and Start never leaves its caller waiting for a callback that cannot come.
@@ -48,12 +63,7 @@ class LumoConnector::Impl {
  private:
   void RunSession() noexcept EXCLUDES(mutex) {
     ::pthread_setname_np(::pthread_self(), "LumoConnector");
-    try {
-      if (WaitForStart()) Open();
-    } catch (const std::exception& error) {
-      csc_logging::CSCLogging::LogError(std::string("libLumoConnectorShared: session ended: ") +
-                                        error.what());
-    }
+    if (WaitForStart()) Tell(Open());
     const support::MutexLock lock(mutex);
     ended = true;
     changed.NotifyAll();
@@ -66,15 +76,26 @@ class LumoConnector::Impl {
     return !stopping;
   }
 
-  void Open() EXCLUDES(mutex) {
-    const auto& config = platform_host::HostConfig::OfProcess();
-    if (!config.Ok()) {
-      csc_logging::CSCLogging::LogError(
-          config.Failure().WithContext("libLumoConnectorShared").Text());
+  /// Whatever goes wrong gives a failed session: the client waits for its callback.
+  static SessionStatus Open() noexcept {
+    try {
+      const auto& config = platform_host::HostConfig::OfProcess();
+      if (config.Ok()) return SessionStatus::kStarted;
+      LogError(config.Failure().Text());
+    } catch (const std::exception& error) {
+      LogError(error.what());
     }
-    const auto opened = config.Ok() ? SessionStatus::kStarted : SessionStatus::kFailed;
+    return SessionStatus::kFailed;
+  }
+
+  void Tell(SessionStatus opened) noexcept EXCLUDES(mutex) {
     Enter(opened);
-    if (callback != nullptr) callback->LumoConnectorStatus(opened);
+    if (callback == nullptr) return;
+    try {
+      callback->LumoConnectorStatus(opened);
+    } catch (const std::exception& error) {
+      LogError(error.what(), "session ended: ");
+    }
   }
 
   /// A Stop under way waits for the end of this thread and sets its own state afterwards.
