@@ -345,25 +345,29 @@ class FullMedium {
   rlimit former{};
 };
 
-// The reader keeps the database's log growing: some of the commits meet its end.
-TEST_F(FileStorage, MediumFullWhileStoring_LastCompleteRecordStands) {
-  constexpr std::size_t kEnough = 64;
-  ASSERT_EQ(storage.StoreFile("key", FileHolding("0")), 0);
-  const KeyValueStorage reader(kPort);
-  std::size_t stored = 0;
+// Each further key makes the database grow, until it meets the end of its medium.
+TEST_F(FileStorage, MediumFullWhileStoring_EveryCompleteRecordStands) {
+  constexpr std::size_t kEnough = 400;
+  const std::string bytes(100, 'x');
+  ASSERT_EQ(storage.StoreFile("key0", FileHolding(bytes)), 0);
+  std::size_t stored = 1;
   {
-    const FullMedium full(65536);
-    while (stored < kEnough) {
-      if (storage.StoreFile("key", FileHolding(std::string(stored + 1, 'x'))) != 0) break;
+    const FullMedium full(20000);
+    while (stored < kEnough &&
+           storage.StoreFile("key" + std::to_string(stored), FileHolding(bytes)) == 0) {
       ++stored;
     }
   }
-  ASSERT_GT(stored, 0U);
   ASSERT_LT(stored, kEnough);
-  EXPECT_EQ(Kept("key"), std::string(stored, 'x'));
-  EXPECT_THAT(
-      log.Lines(platform_host::LogLevel::kError),
-      ElementsAre(::testing::StartsWith("error: PersistantFileStorage: Cannot store key 'key': ")));
+  for (std::size_t number = 0; number < stored; ++number) {
+    EXPECT_EQ(Kept("key" + std::to_string(number)), bytes) << number;
+  }
+  const std::string failed = "key" + std::to_string(stored);
+  EXPECT_THAT(log.Lines(platform_host::LogLevel::kError),
+              ElementsAre(::testing::StartsWith("error: PersistantFileStorage: Cannot store key '" +
+                                                failed + "': ")));
+  std::string none;
+  EXPECT_EQ(storage.ReadRecord(failed, none), RecordState::kMissing);
 }
 
 TEST_F(FileStorage, ThreadsWithTheirOwnKeys_EachFindsItsOwn) {
