@@ -108,9 +108,9 @@ std::optional<Error> TrustStoreDirectory::RemoveInstalled() {
   auto begun = work.Begin(WorkLock::Purpose::kChange);
   if (!begun.Ok()) return begun.Failure();
   auto turn = std::move(begun).Take();
-  const support::MutexLock lock(mutex);
   int error = turn.BeginStore();
   if (error != 0) return Error::OfErrno(error).WithContext("cannot tell other processes");
+  const support::MutexLock lock(mutex);
   error = DeleteSetAside();
   if (error != 0) return Error::OfErrno(error).WithContext(setAside);
   if (::rename(installed.c_str(), setAside.c_str()) != 0) {
