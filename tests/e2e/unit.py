@@ -4,6 +4,7 @@ Inside, /run, /tmp, /var/lib and /etc are folders of the test; the build folder 
 it) and the rest of the machine is read only. Works as root or not, and any number at a time.
 """
 
+import copy
 import os
 import pathlib
 import re
@@ -74,18 +75,26 @@ class Unit:
     def store_dir(self):
         return self.root / STATE_DIR / "trust-store"
 
-    def command(self, *program):
-        """`program` inside the unit."""
+    def copy(self, root):
+        """Another unit in the same state, in place of what is at `root`."""
+        shutil.rmtree(root, ignore_errors=True)
+        shutil.copytree(self.root, root, symlinks=True)
+        copied = copy.copy(self)
+        copied.root = pathlib.Path(root)
+        return copied
+
+    def command(self, *program, options=()):
+        """`program` inside the unit; `options` are further ones of bwrap."""
         binds = []
         for inside in ("run", "tmp", "etc", "var/lib"):
             binds += ["--bind", str(self.root / inside), f"/{inside}"]
         return ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc", *binds,
                 "--bind", str(self.build_dir), str(self.build_dir), "--die-with-parent", "--new-session",
-                "--chdir", "/", *program]
+                "--chdir", "/", *options, *program]
 
-    def run(self, *arguments, env=None):
-        """Runs the daemon to its end. The unit's time zone is UTC."""
-        command = self.command(str(self.build_dir / "bin" / PROGRAM), *arguments)
+    def run(self, *arguments, env=None, within=(), options=()):
+        """Runs the daemon to its end, `within` a command that runs another. The unit's time zone is UTC."""
+        command = self.command(*within, str(self.build_dir / "bin" / PROGRAM), *arguments, options=options)
         environment = {**os.environ, "TZ": "UTC", **(env or {})}
         for name in ("TSUC_HOST_CONFIG", "NOTIFY_SOCKET", "JOURNAL_STREAM"):
             if name not in (env or {}):
@@ -94,10 +103,10 @@ class Unit:
                               timeout=DEADLINE_S)
         return Result(done.returncode, done.stdout.decode(), done.stderr.decode())
 
-    def install(self, container, *arguments, env=None):
-        """Gives the daemon a container's text with -f."""
+    def install(self, container, *arguments, **how):
+        """Gives the daemon a container's text with -f; `how` is for run."""
         (self.root / "tmp" / "container.tsc").write_text(container)
-        return self.run("-f", "/tmp/container.tsc", *arguments, env=env)
+        return self.run("-f", "/tmp/container.tsc", *arguments, **how)
 
     def reboot(self):
         """Empties what lives in memory, and makes the folder that the system makes at every start."""
