@@ -255,6 +255,14 @@ TEST_F(DatabaseAt, OtherLayout_Damaged) {
   }
 }
 
+TEST_F(DatabaseAt, FormatOfLaterTimes_Damaged) {
+  { const Database database(path); }
+  const support::UniqueFd file(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  constexpr off_t kSchemaFormat = 44;
+  ASSERT_EQ(::pwrite(file.Get(), "\0\0\0\x09", 4, kSchemaFormat), 4);
+  EXPECT_EQ(OpeningFailure(), "damaged: " + path + ": unsupported file format");
+}
+
 TEST_F(DatabaseAt, NoRegularFile_Damaged) {
   fs::create_directory(path);
   EXPECT_EQ(OpeningFailure(), "damaged: " + path + ": is no regular file");
