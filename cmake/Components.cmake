@@ -50,8 +50,8 @@ function(tsuc_program name)
   target_link_libraries(${name} PRIVATE ${arg_LINK} tsuc_options)
 endfunction()
 
-# tsuc_pytest(NAME [TIMEOUT seconds]): the Python tests of this folder as one test of ctest, on the programs of this
-# build.
+# tsuc_pytest(NAME [TIMEOUT seconds]): the Python tests of this folder as one test of ctest with the label NAME, on
+# the programs of this build.
 function(tsuc_pytest name)
   cmake_parse_arguments(arg "" "TIMEOUT" "" ${ARGN})
   if(NOT arg_TIMEOUT)
@@ -61,6 +61,6 @@ function(tsuc_pytest name)
            COMMAND /usr/bin/python3 -m pytest -p no:cacheprovider -n 2 ${CMAKE_CURRENT_SOURCE_DIR}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(pytest_${name} PROPERTIES
-    TIMEOUT ${arg_TIMEOUT} FIXTURES_REQUIRED test_pki
+    TIMEOUT ${arg_TIMEOUT} FIXTURES_REQUIRED test_pki LABELS ${name}
     ENVIRONMENT "PYTHONDONTWRITEBYTECODE=1;TSUC_BUILD_DIR=${PROJECT_BINARY_DIR};TSUC_TEST_PKI=${PROJECT_BINARY_DIR}/test-pki")
 endfunction()
