@@ -215,13 +215,14 @@ void HSM::ClearRecordOfUnfinishedInstallation() {
   if (fileStorage.ReadRecord(kTimestampKey, timestamp) != RecordState::kPresent) return;
   if (timestamp == "0") return;
   std::string id;
-  if (fileStorage.ReadRecord(kContainerIdKey, id) == RecordState::kUnreadable || !id.empty())
-    return;
+  const RecordState idState = fileStorage.ReadRecord(kContainerIdKey, id);
+  if (idState == RecordState::kUnreadable || !id.empty()) return;
   CSCLogging::LogWarning(
       "The recorded Timestamp has no Container ID: an installation was interrupted. Clearing the "
       "Timestamp.");
   if (SetInstalledContainerTimestamp(0)) {
     CSCLogging::LogError("ERROR: Clearing the Timestamp failed");
+    DropRecord(kTimestampKey);
   }
 }
 
