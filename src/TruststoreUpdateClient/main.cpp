@@ -17,7 +17,8 @@ using csc_logging::CSCLogging;
 using development_tools::DevelopmentTools;
 namespace tuc = truststore_update_client;
 
-// Switches of one test run never outlive it: only a process that is killed leaves them on.
+// Switches of one test run never outlive the client, unless its process is killed. Arguments that
+// end in the usage run no client: what they have switched on stays until the next run ends.
 void ResetSwitches(const DevelopmentTools& tools) {
   tools.ModifyConfigFile("ConnectionRetryTestMode", "false", tuc::testing::TSUC_CONFIG_FILE_NAME);
   tools.ModifyConfigFile("OcspDisable", "false", tuc::testing::TSUC_CONFIG_FILE_NAME);
