@@ -3,7 +3,11 @@
 #ifndef PLATFORM_HOST_CONFIG_HOSTCONFIG_H
 #define PLATFORM_HOST_CONFIG_HOSTCONFIG_H
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +16,41 @@
 #include "platform/host/config/Result.h"
 
 namespace platform_host {
+
+/// The MQTT broker. Plain values; a path is empty or absolute.
+struct BrokerConfig {
+  std::string host;
+  std::uint16_t port = 1883;
+  std::string clientId;
+  std::chrono::seconds keepAlive{60};
+  std::string caFile;  ///< not empty: TLS, the broker verified against these certificates
+  std::string certFile;
+  std::string keyFile;
+  std::string username;
+  std::string passwordFile;
+};
+
+/// Where one operation of the backend is, and by what it is trusted. Plain values; a path is empty
+/// or absolute.
+struct ServiceConfig {
+  std::string url;  ///< empty: not configured
+  std::string tokenFile;
+  std::optional<std::string> token;  ///< never beside tokenFile
+  std::string caFile;                ///< for https: this or a bundle's name, never both
+  std::string bundle;
+  std::string certFile;  ///< a client certificate; never without its key
+  std::string keyFile;
+
+  /// True when the connector speaks TLS for this operation. The scheme's case does not matter (RFC
+  /// 3986 section 3.1).
+  [[nodiscard]] bool IsTls() const;
+};
+
+/// Guard rails of every exchange with a peer.
+struct ExchangeLimits {
+  std::size_t responseBytes = 16777216;
+  std::chrono::seconds duration{120};
+};
 
 /// The settings in use; a new object holds the defaults. Plain values.
 struct HostConfig {
@@ -29,6 +68,9 @@ struct HostConfig {
   std::vector<std::string> logFiles;  ///< absolute paths
   std::string trustStoreDirectory = "/var/lib/truststore-update-client/trust-store";  ///< absolute
   std::string persistencyDirectory = "/var/lib/truststore-update-client/persistency";
+  std::optional<BrokerConfig> broker;             ///< none: no topics
+  std::map<std::string, ServiceConfig> services;  ///< by operation type id
+  ExchangeLimits limits;
 
   /// The file that keeps two processes from working on trust store and records at once.
   [[nodiscard]] std::string WorkLockFile() const { return persistencyDirectory + "/work.lock"; }
