@@ -3,95 +3,57 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
-#include <array>
 #include <optional>
+#include <type_traits>
 #include <utility>
+#include <variant>
+#include <vector>
 
+#include "platform/host/config/BrokerKeys.h"
+#include "platform/host/config/HostKeys.h"
 #include "platform/host/config/KeyDepth.h"
+#include "platform/host/config/KeyRule.h"
+#include "platform/host/config/ServiceKeys.h"
 
 namespace platform_host {
 namespace {
 
-enum class Kind { kString, kInteger, kStringList };
+constexpr const char* kNoTable = "must be a table";
 
-/// One key that a table may hold.
-struct KeyRule {
-  std::string_view table;
-  std::string_view key;
-  Kind kind;
-};
+/// A value's kind, and what it is called where another stands in its place.
+template <typename Value>
+constexpr const char* kWrongKind = nullptr;
+template <>
+constexpr const char* kWrongKind<std::string> = "must be a string";
+template <>
+constexpr const char* kWrongKind<std::int64_t> = "must be an integer";
+template <>
+constexpr const char* kWrongKind<std::vector<std::string>> = "must be a list of strings";
 
-/// Stands for each table inside [service].
-constexpr std::string_view kAnyService = "service.*";
-
-constexpr std::array kKeyRules = {
-    KeyRule{"logging", "level", Kind::kString},
-    KeyRule{"logging", "sinks", Kind::kStringList},
-    KeyRule{"trust_store", "directory", Kind::kString},
-    KeyRule{"persistency", "directory", Kind::kString},
-    KeyRule{"control", "socket", Kind::kString},
-    KeyRule{"mqtt", "host", Kind::kString},
-    KeyRule{"mqtt", "port", Kind::kInteger},
-    KeyRule{"mqtt", "client_id", Kind::kString},
-    KeyRule{"mqtt", "keep_alive_s", Kind::kInteger},
-    KeyRule{"mqtt", "ca_file", Kind::kString},
-    KeyRule{"mqtt", "cert_file", Kind::kString},
-    KeyRule{"mqtt", "key_file", Kind::kString},
-    KeyRule{"mqtt", "username", Kind::kString},
-    KeyRule{"mqtt", "password_file", Kind::kString},
-    KeyRule{"limits", "response_bytes", Kind::kInteger},
-    KeyRule{"limits", "exchange_s", Kind::kInteger},
-    KeyRule{kAnyService, "url", Kind::kString},
-    KeyRule{kAnyService, "token_file", Kind::kString},
-    KeyRule{kAnyService, "token", Kind::kString},
-    KeyRule{kAnyService, "ca_file", Kind::kString},
-    KeyRule{kAnyService, "bundle", Kind::kString},
-    KeyRule{kAnyService, "cert_file", Kind::kString},
-    KeyRule{kAnyService, "key_file", Kind::kString},
-};
-
-bool IsSection(std::string_view table) {
-  if (table == kAnyService) return false;
-  return std::any_of(kKeyRules.begin(), kKeyRules.end(),
-                     [table](const KeyRule& rule) { return rule.table == table; });
+/// The value of `node`; none when it is of another kind. No conversions: 1.0 is no integer.
+template <typename Value>
+std::optional<Value> ValueOf(const toml::node& node) {
+  return node.value_exact<Value>();
 }
 
-const KeyRule* FindRule(std::string_view table, std::string_view key) {
-  const auto* found = std::find_if(
-      kKeyRules.begin(), kKeyRules.end(),
-      [table, key](const KeyRule& rule) { return rule.table == table && rule.key == key; });
-  return found == kKeyRules.end() ? nullptr : found;
-}
-
-bool HasKind(const toml::node& node, Kind kind) {
-  switch (kind) {
-    case Kind::kString:
-      return node.is_string();
-    case Kind::kInteger:
-      return node.is_integer();
-    case Kind::kStringList:
-      break;
-  }
+template <>
+std::optional<std::vector<std::string>> ValueOf(const toml::node& node) {
   const auto* list = node.as_array();
-  return list != nullptr && std::all_of(list->begin(), list->end(),
-                                        [](const toml::node& item) { return item.is_string(); });
-}
-
-std::string_view DescriptionOf(Kind kind) {
-  switch (kind) {
-    case Kind::kString:
-      return "must be a string";
-    case Kind::kInteger:
-      return "must be an integer";
-    case Kind::kStringList:
-      break;
+  if (list == nullptr) return std::nullopt;
+  std::vector<std::string> texts;
+  for (const auto& item : *list) {
+    if (!item.is_string()) return std::nullopt;
+    texts.push_back(item.as_string()->get());
   }
-  return "must be a list of strings";
+  return texts;
 }
 
-/// An absolute path that the system can open: a NUL byte would end it early.
-bool IsUsablePath(std::string_view path) {
-  return !path.empty() && path.front() == '/' && path.find('\0') == std::string_view::npos;
+/// Hands the value of `node` to `take`, a row's operation, which keeps it in `target`.
+template <typename Target, typename Value>
+Refusal Take(Refusal (*take)(Value, Target&), const toml::node& node, Target& target) {
+  using Kind = std::decay_t<Value>;
+  const auto value = ValueOf<Kind>(node);
+  return value ? take(*value, target) : Refusal(kWrongKind<Kind>);
 }
 
 /// Checks one document and takes its values. Each operation returns the first failure, or none.
@@ -101,8 +63,7 @@ class Reader {
 
   std::optional<Error> Read(const toml::table& document) {
     for (const auto& [key, node] : document) {
-      auto failure = key.str() == "service" ? ReadServices(node) : ReadSection(key, node);
-      if (failure) return failure;
+      if (auto failure = ReadSection(key, node)) return failure;
     }
     return std::nullopt;
   }
@@ -118,81 +79,62 @@ class Reader {
 
   std::optional<Error> ReadSection(const toml::key& key, const toml::node& node) {
     const std::string name(key.str());
-    if (!IsSection(name)) return At(key.source(), name, "unknown key");
-    return ReadTable(name, name, node);
+    if (name == "service") return ReadServices(node);
+    if (name == "mqtt") return ReadBroker(name, node);
+    const auto* keys = HostKeys(name);
+    if (keys == nullptr) return At(key.source(), name, "unknown key");
+    return ReadTable(*keys, name, node, config);
+  }
+
+  std::optional<Error> ReadBroker(const std::string& name, const toml::node& node) {
+    BrokerConfig& broker = config.broker.emplace();
+    if (auto failure = ReadTable(BrokerKeys(), name, node, broker)) return failure;
+    return Whole(CheckBroker(broker), name, node);
   }
 
   std::optional<Error> ReadServices(const toml::node& node) {
     const auto* services = node.as_table();
-    if (services == nullptr) return At(node.source(), "service", "must be a table");
+    if (services == nullptr) return At(node.source(), "service", kNoTable);
     for (const auto& [key, service] : *services) {
-      auto failure = ReadTable(kAnyService, "service.\"" + std::string(key.str()) + "\"", service);
-      if (failure) return failure;
+      if (auto failure = ReadService(std::string(key.str()), service)) return failure;
     }
     return std::nullopt;
   }
 
-  std::optional<Error> ReadTable(std::string_view rules, const std::string& name,
-                                 const toml::node& node) {
+  std::optional<Error> ReadService(const std::string& id, const toml::node& node) {
+    const std::string name = "service.\"" + id + "\"";
+    ServiceConfig& service = config.services[id];
+    if (auto failure = ReadTable(ServiceKeys(), name, node, service)) return failure;
+    return Whole(CheckService(service), name, node);
+  }
+
+  template <typename Rules, typename Target>
+  std::optional<Error> ReadTable(const Rules& rules, const std::string& name,
+                                 const toml::node& node, Target& target) {
     const auto* table = node.as_table();
-    if (table == nullptr) return At(node.source(), name, "must be a table");
+    if (table == nullptr) return At(node.source(), name, kNoTable);
     for (const auto& [key, value] : *table) {
       const std::string path = name + "." + std::string(key.str());
-      const KeyRule* rule = FindRule(rules, key.str());
-      if (rule == nullptr) return At(key.source(), path, "unknown key");
-      if (!HasKind(value, rule->kind)) return At(value.source(), path, DescriptionOf(rule->kind));
-      if (auto failure = TakeValue(path, value)) return failure;
+      const auto rule = std::find_if(rules.begin(), rules.end(), [&name = key](const auto& one) {
+        return one.key == name.str();
+      });
+      if (rule == rules.end()) return At(key.source(), path, "unknown key");
+      const auto refusal = std::visit(
+          [&node = value, &target](auto take) { return platform_host::Take(take, node, target); },
+          rule->take);
+      if (refusal) return At(value.source(), path, *refusal);
     }
     return std::nullopt;
   }
 
-  /// Keeps the values that are in use. The kind is checked already.
-  std::optional<Error> TakeValue(const std::string& path, const toml::node& value) {
-    if (path == "logging.level") return TakeLevel(path, value);
-    if (path == "logging.sinks") return TakeSinks(path, *value.as_array());
-    if (path == "trust_store.directory") return TakePath(path, value, config.trustStoreDirectory);
-    if (path == "persistency.directory") return TakePath(path, value, config.persistencyDirectory);
-    return std::nullopt;
-  }
-
-  std::optional<Error> TakeLevel(const std::string& path, const toml::node& value) {
-    const auto level = LogLevelOf(value.as_string()->get());
-    if (!level) {
-      return At(value.source(), path, "must be verbose, debug, info, warning or error");
-    }
-    config.logLevel = *level;
-    return std::nullopt;
-  }
-
-  std::optional<Error> TakeSinks(const std::string& path, const toml::array& values) {
-    config.logToStandardError = false;
-    for (const auto& value : values) {
-      if (auto failure = TakeSink(path, value)) return failure;
-    }
-    return std::nullopt;
-  }
-
-  std::optional<Error> TakeSink(const std::string& path, const toml::node& value) {
-    constexpr std::string_view kFile = "file:";
-    const std::string& sink = value.as_string()->get();
-    if (sink == "stderr") {
-      config.logToStandardError = true;
-      return std::nullopt;
-    }
-    if (sink == "dlt") return At(value.source(), path, "\"dlt\" is not built in");
-    if (sink.compare(0, kFile.size(), kFile) != 0) {
-      return At(value.source(), path, "each must be \"stderr\" or \"file:\" and a path");
-    }
-    config.logFiles.emplace_back();
-    return TakePath(path, value, config.logFiles.back(), kFile.size());
-  }
-
-  std::optional<Error> TakePath(const std::string& path, const toml::node& value,
-                                std::string& target, std::size_t start = 0) const {
-    std::string candidate = value.as_string()->get().substr(start);
-    if (!IsUsablePath(candidate)) return At(value.source(), path, "must be an absolute path");
-    target = std::move(candidate);
-    return std::nullopt;
+  /// The failure of a table as a whole, told at the key to put right, or at the table where that
+  /// key is missing.
+  std::optional<Error> Whole(const std::optional<KeyRefusal>& refusal, const std::string& name,
+                             const toml::node& table) const {
+    if (!refusal) return std::nullopt;
+    const auto* present = table.as_table()->get(refusal->key);
+    const auto& source = present == nullptr ? table.source() : present->source();
+    return At(source, name + "." + std::string(refusal->key), refusal->reason);
   }
 
   const std::string& file;
