@@ -59,12 +59,12 @@ class Entity:
 
 
 def issue(subject, *, issuer=None, key=None, ca=True, ca_bit=True, key_ids=True, begin=None, end=None,
-          issuer_name=None, address=None):
+          issuer_name=None, address=None, extensions=()):
     """Issues a certificate for `subject` by `issuer`, or by itself.
 
     ca: a CA's key usage and basic constraints, otherwise a signer's; ca_bit False: a CA but for its CA bit.
     key_ids False: neither subject nor authority key identifier. issuer_name: what to write in place of the issuer's
-    own name. address: a server's IP address.
+    own name. address: a server's IP address. extensions: further ones, each with whether it is critical.
     """
     key = key or p256()
     issuer_key = issuer.key if issuer else key
@@ -88,6 +88,8 @@ def issue(subject, *, issuer=None, key=None, ca=True, ca_bit=True, key_ids=True,
     if address is not None:
         names = x509.SubjectAlternativeName([x509.IPAddress(ipaddress.ip_address(address))])
         builder = builder.add_extension(names, critical=False)
+    for extension, critical in extensions:
+        builder = builder.add_extension(extension, critical=critical)
     return Entity(key, builder.sign(issuer_key, _hash_for(issuer_key)))
 
 

@@ -15,10 +15,12 @@ import time
 import chains
 import costly
 import hostile
+import ocsp
 import payload
 
 STAMP = "made-by"
-SCRIPTS = ("authority.py", "chains.py", "costly.py", "der.py", "hostile.py", "make_pki.py", "payload.py")
+SCRIPTS = ("authority.py", "chains.py", "costly.py", "der.py", "hostile.py", "make_pki.py", "ocsp.py",
+           "payload.py")
 MAX_AGE_S = 24 * 3600
 
 
@@ -45,6 +47,7 @@ def make(out):
         hostile.write_all(fresh / "hostile")
         costly.write_all(fresh / "costly", fresh / "p256-3" / "root.pem")
         payload.write_all(fresh / "payload")
+        ocsp.write_all(fresh / "ocsp")
         (fresh / STAMP).write_text(script_version())
         if out.exists():
             out.rename(pathlib.Path(temporary) / "old")

@@ -1,0 +1,132 @@
+"""Certificates with an OCSP responder (RFC 6960), and answers about them, which `openssl ocsp` makes."""
+
+import subprocess
+
+from cryptography import x509
+from cryptography.x509.oid import AuthorityInformationAccessOID, ExtendedKeyUsageOID, ObjectIdentifier
+
+import der
+from authority import DAY, issue, name, now, p384, rsa_key, write, write_key
+
+RESPONDER_URL = "http://ocsp.invalid/ask"
+FAR = 3650 * DAY
+OCSP_SIGNING = (x509.ExtendedKeyUsage([ExtendedKeyUsageOID.OCSP_SIGNING]), False)
+OTHER_USAGE = (x509.ExtendedKeyUsage([ExtendedKeyUsageOID.SERVER_AUTH]), False)
+ANY_USAGE = (x509.ExtendedKeyUsage([ExtendedKeyUsageOID.ANY_EXTENDED_KEY_USAGE]), False)
+CRITICAL_UNKNOWN = (x509.UnrecognizedExtension(ObjectIdentifier(der.PRIVATE_EXTENSION), b"\x05\x00"), True)
+
+
+def responder_extension(url=RESPONDER_URL):
+    access = x509.AccessDescription(AuthorityInformationAccessOID.OCSP, x509.UniformResourceIdentifier(url))
+    return (x509.AuthorityInformationAccess([access]), False)
+
+
+class Answers:
+    """Certificates of one issuer, what is known of them, and a folder for the files that openssl wants."""
+
+    def __init__(self, out, folder, issuer):
+        self.out, self.folder, self.issuer = out, folder, issuer
+        self.lines = []
+        write(folder / "issuer.pem", issuer.pem())
+
+    def entity(self, stem, entity):
+        write(self.out / f"{stem}.der", entity.der())
+        write(self.folder / f"{stem}.pem", entity.pem())
+        write_key(self.folder / f"{stem}.key", entity.key)
+        return entity
+
+    def know(self, entity, *, revoked=False):
+        """Adds a line to openssl's index: status, end, revocation, serial, file, subject."""
+        begin, end = (f"{time:%y%m%d%H%M%SZ}" for time in (now() - DAY, now() + 300 * DAY))
+        serial = f"{entity.cert.serial_number:X}"
+        serial = serial if len(serial) % 2 == 0 else "0" + serial
+        known = ["R", end, begin] if revoked else ["V", end, ""]
+        self.lines.append("\t".join([*known, serial, "unknown", entity.cert.subject.rfc4514_string()]))
+        write(self.folder / "index.txt", "".join(line + "\n" for line in self.lines).encode())
+
+    def answer(self, stem, certificate, responder, *options, issuer="issuer"):
+        """Writes STEM.response: what `responder` says about `certificate`, as if `issuer` had issued it."""
+        path = self.folder
+        request = ["-issuer", path / f"{issuer}.pem", "-cert", path / f"{certificate}.pem", "-no_nonce"]
+        run = ["openssl", "ocsp", *request, "-reqout", path / "request"]
+        subprocess.run(run, check=True, capture_output=True)
+        run = ["openssl", "ocsp", "-index", path / "index.txt", "-CA", path / "issuer.pem",
+               "-rsigner", path / f"{responder}.pem", "-rkey", path / f"{responder}.key",
+               "-reqin", path / "request", "-respout", self.out / f"{stem}.response", *options]
+        subprocess.run(run, check=True, capture_output=True)
+
+
+def leaf(issuer, common_name, **options):
+    options.setdefault("extensions", [responder_extension()])
+    return issue(name(common_name), issuer=issuer, ca=False, **options)
+
+
+def delegate(issuer, *extensions, **options):
+    """A responder's certificate; OCSPSigning unless told otherwise."""
+    return issue(name("Responder"), issuer=issuer, ca=False, extensions=extensions or [OCSP_SIGNING], **options)
+
+
+def make_certificates(answers, root, issuer):
+    answers.know(answers.entity("good", leaf(issuer, "KALVIRON good")))
+    answers.know(answers.entity("other", leaf(issuer, "KALVIRON other")))
+    answers.know(answers.entity("revoked", leaf(issuer, "KALVIRON revoked")), revoked=True)
+    answers.entity("unknown", leaf(issuer, "KALVIRON unknown"))
+    answers.entity("no-responder", leaf(issuer, "KALVIRON no responder", extensions=[]))
+    answers.entity("no-name", issue(name(), issuer=issuer, ca=False, extensions=[responder_extension()]))
+    answers.entity("root", root)
+    answers.entity("issuer", issuer)
+
+
+def make_responders(answers, root, issuer):
+    past = {"begin": now() - 30 * DAY, "end": now() - DAY}
+    future = {"begin": now() + 30 * DAY, "end": now() + FAR}
+    stranger = issue(issuer.cert.subject)
+    responders = {
+        "delegate": delegate(issuer, end=now() + FAR),
+        "delegate-rsa": delegate(issuer, key=rsa_key(3072)),
+        "delegate-p384": delegate(issuer, key=p384()),
+        "delegate-expired": delegate(issuer, **past),
+        "delegate-not-yet": delegate(issuer, **future),
+        "delegate-no-usage": issue(name("Responder"), issuer=issuer, ca=False),
+        "delegate-other-usage": delegate(issuer, OTHER_USAGE),
+        "delegate-any-usage": delegate(issuer, ANY_USAGE),
+        "delegate-ca-key-usage": issue(name("Responder"), issuer=issuer, extensions=[OCSP_SIGNING]),
+        "delegate-critical": delegate(issuer, OCSP_SIGNING, CRITICAL_UNKNOWN),
+        "delegate-of-root": delegate(root),
+        "delegate-of-stranger": delegate(stranger),
+        "stranger": stranger,
+    }
+    responders["delegate-of-delegate"] = delegate(responders["delegate"])
+    for stem, entity in responders.items():
+        answers.entity(stem, entity)
+    return responders
+
+
+def make_answers(answers, responders):
+    week = ["-ndays", "7"]
+    answers.answer("good", "good", "issuer", *week)
+    answers.answer("good-without-next-update", "good", "issuer")
+    answers.answer("good-by-key-id", "good", "issuer", *week, "-resp_key_id")
+    answers.answer("good-without-certificates", "good", "issuer", *week, "-resp_no_certs")
+    answers.answer("good-sha512", "good", "issuer", *week, "-rmd", "sha512")
+    answers.answer("good-wrong-signature", "good", "issuer", *week, "-badsig")
+    answers.answer("other", "other", "issuer", *week)
+    answers.answer("revoked", "revoked", "issuer", *week)
+    answers.answer("unknown", "unknown", "issuer", *week)
+    for stem in responders:
+        answers.answer(stem, "good", stem, *week)
+    answers.answer("delegate-without-certificates", "good", "delegate", *week, "-resp_no_certs")
+    answers.answer("delegate-by-key-id", "good", "delegate", *week, "-resp_key_id")
+    answers.answer("revoked-by-delegate", "revoked", "delegate", *week)
+    chain = answers.folder / "delegate-chain.pem"
+    write(chain, b"".join((answers.folder / f"{stem}.pem").read_bytes() for stem in ("issuer", "root", "other")))
+    answers.answer("delegate-with-chain", "good", "delegate", *week, "-rother", chain)
+
+
+def write_all(out):
+    root = issue(name("OCSP Root"))
+    issuer = issue(name("OCSP Issuer"), issuer=root, extensions=[responder_extension()])
+    # For a responder that runs while a test does: index, certificates and keys.
+    answers = Answers(out, out / "responder", issuer)
+    make_certificates(answers, root, issuer)
+    make_answers(answers, make_responders(answers, root, issuer))
