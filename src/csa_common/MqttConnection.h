@@ -1,0 +1,77 @@
+/// The client's end of its message broker, over the connector's topics. Keeps what was received
+/// until the main thread takes it, logs every event and tells the owner of three of them. The
+/// callbacks come on the connector's thread, everything else on the main thread.
+#ifndef CSA_COMMON_MQTTCONNECTION_H
+#define CSA_COMMON_MQTTCONNECTION_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "csa_common/MqttConnectionCbIf.h"
+#include "csa_common/MqttConnectionIf.h"
+#include "lumo_connector/LumoConnector.h"
+#include "support/Mutex.h"
+
+namespace csa_common {
+
+/// Outlives the connector's last callback: stop the connector, or at least disconnect, first. How
+/// many messages may wait is the connector's to bound.
+class MqttConnection : public MqttConnectionIf,
+                       public lumo_connector::LumoPubSubCallbackIf,
+                       public lumo_connector::LumoSessionCallbackIf {
+ public:
+  /// A null `callbackOwner` is told nothing.
+  MqttConnection(std::shared_ptr<lumo_connector::LumoConnector> lumoConnector,
+                 MqttConnectionCbIf* callbackOwner);
+  ~MqttConnection() override = default;
+  MqttConnection(const MqttConnection&) = delete;
+  MqttConnection& operator=(const MqttConnection&) = delete;
+
+  [[nodiscard]] unsigned int Subscribe(const std::string& topic) override;
+  [[nodiscard]] unsigned int Connect() override;
+  std::int32_t Disconnect() override;
+
+  /// Takes no lock: never waits for a message that is being stored.
+  [[nodiscard]] bool CheckReceivedUpdate() override;
+  [[nodiscard]] std::string GetReceivedMessage() override EXCLUDES(queueLock);
+  [[nodiscard]] std::int32_t Publish(const std::string& topic, const std::string& payload,
+                                     bool flag, unsigned int first, unsigned int second,
+                                     std::string text) override;
+
+  /// Has the owner subscribe again when a lost connection (1) is back (0).
+  void LumoPubSubConnectionState(std::int32_t state) override;
+  void LumoPublishAcknowledgeReceived(const std::string& topic, std::uint16_t requestId) override;
+
+  /// Keeps the message and tells the owner.
+  void LumoPublishReceived(const std::string& topic, const std::vector<std::uint8_t>& payload,
+                           std::uint16_t messageId) override EXCLUDES(queueLock);
+
+  /// Tells the owner of a refusal (status 1).
+  void LumoSubscribeAcknowledgeReceived(const std::string& topic, std::int32_t status,
+                                        std::uint16_t requestId) override;
+
+  /// Has the owner subscribe again.
+  void LumoSubscribeFailed(const std::string& topic, std::uint16_t requestId) override;
+  void LumoUnsubscribeAcknowledgeReceived(const std::string& topic,
+                                          std::uint16_t requestId) override;
+  void LumoUnsubscribeFailed(const std::string& topic, std::uint16_t requestId) override;
+  void LumoPublishFailed(const std::string& topic, std::uint16_t requestId) override;
+  void LumoConnectorStatus(lumo_connector::SessionStatus status) override;
+
+ private:
+  std::shared_ptr<lumo_connector::LumoConnector> connector;
+  MqttConnectionCbIf* owner;
+
+  /// As last reported. Written by the connector's thread only.
+  std::atomic<std::int32_t> connectionState{0};
+  support::Mutex queueLock;
+  std::vector<std::string> receivedMessages GUARDED_BY(queueLock);  ///< oldest first
+  std::atomic<std::size_t> receivedCount{0};  ///< of the messages above; changed under the lock
+};
+
+}  // namespace csa_common
+
+#endif
