@@ -1,8 +1,10 @@
 """Certificates with an OCSP responder (RFC 6960), and answers about them, which `openssl ocsp` makes."""
 
+import datetime
 import subprocess
 
 from cryptography import x509
+from cryptography.x509 import ocsp
 from cryptography.x509.oid import AuthorityInformationAccessOID, ExtendedKeyUsageOID, ObjectIdentifier
 
 import der
@@ -54,6 +56,14 @@ class Answers:
                "-rsigner", path / f"{responder}.pem", "-rkey", path / f"{responder}.key",
                "-reqin", path / "request", "-respout", self.out / f"{stem}.response", *options]
         subprocess.run(run, check=True, capture_output=True)
+        self.write_times(stem)
+
+    def write_times(self, stem):
+        """STEM.times: thisUpdate and, if there is one, nextUpdate in seconds since the epoch."""
+        answer = ocsp.load_der_ocsp_response((self.out / f"{stem}.response").read_bytes())
+        times = [time for time in (answer.this_update, answer.next_update) if time is not None]
+        seconds = [str(int(time.replace(tzinfo=datetime.timezone.utc).timestamp())) for time in times]
+        write(self.out / f"{stem}.times", " ".join(seconds).encode())
 
 
 def leaf(issuer, common_name, **options):
