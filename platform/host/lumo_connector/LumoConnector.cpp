@@ -1,57 +1,78 @@
 #include "lumo_connector/LumoConnector.h"
 
-#include <pthread.h>
-
 #include <exception>
+#include <memory>
 #include <new>
+#include <random>
 #include <string>
-#include <string_view>
-#include <thread>
+#include <utility>
 
-#include "csc_logging/CSCLogging.h"
 #include "platform/host/config/HostConfig.h"
+#include "platform/host/lumo_connector/BrokerThread.h"
+#include "platform/host/lumo_connector/CallbackThread.h"
+#include "platform/host/lumo_connector/ConnectorLog.h"
+#include "platform/host/lumo_connector/MosquittoClient.h"
+#include "platform/host/lumo_connector/Services.h"
+#include "platform/host/lumo_connector/TopicEvents.h"
+#include "platform/host/lumo_connector/TopicRequests.h"
+#include "platform/host/lumo_connector/TransactionTypeStates.h"
 #include "support/Mutex.h"
 
 namespace lumo_connector {
 
+using platform_host::BrokerConfig;
+using platform_host::HostConfig;
+
 namespace {
 
-void LogError(std::string_view reason, const char* context = "") noexcept {
-  try {
-    csc_logging::CSCLogging::LogError(std::string("libLumoConnectorShared: ") + context +
-                                      std::string(reason));
-  } catch (const std::bad_alloc&) {
-    // The line is lost, the session goes on.
-  }
+constexpr std::int32_t kNotConfigured = 2;  ///< status of GetToken, GetInvocationUrl and PubSub
+
+// Statuses of PubSubConnect.
+constexpr std::int32_t kConnected = 0;
+constexpr std::int32_t kInProgress = 1;
+constexpr std::int32_t kListenedAlready = 3;
+
+/// From 0 to 1.
+double RandomFraction() {
+  std::random_device device;
+  return std::uniform_real_distribution<double>(0, 1)(device);
 }
 
 }  // namespace
 
-/// The session's thread exists from the construction on and waits: a connector that could be made
-/// can be started, and Start never leaves its caller waiting for a callback that cannot come.
-class LumoConnector::Impl {
+/// The session, and what belongs to it. The callback thread exists from the construction on and
+/// waits: a connector that could be made can be started, and Start never leaves its caller waiting
+/// for a callback that cannot come.
+class LumoConnector::Impl : public CallbackSource {
  public:
   explicit Impl(LumoSessionCallbackIf* sessionCallback)
-      : callback(sessionCallback), session([this] { RunSession(); }) {}
-
-  ~Impl() {
-    Stop();
-    session.join();
+      : callback(sessionCallback), states(callbacks), events(callbacks), requests(events) {
+    callbacks.Begin({this, &states, &events});
   }
+
+  ~Impl() override { Stop(); }
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
 
   void Start() EXCLUDES(mutex) {
-    const support::MutexLock lock(mutex);
-    started = true;
-    changed.NotifyAll();
+    {
+      const support::MutexLock lock(mutex);
+      if (started) return;
+      started = isStartDue = true;
+    }
+    callbacks.Wake();
   }
 
   void Stop() EXCLUDES(mutex) {
+    {
+      const support::MutexLock lock(mutex);
+      started = stopped = true;
+      config = nullptr;
+    }
+    requests.End();
+    broker.Stop();
+    callbacks.Stop();
     const support::MutexLock lock(mutex);
-    stopping = true;
-    changed.NotifyAll();
-    while (!ended) changed.Wait(mutex);
     status = SessionStatus::kStopped;
   }
 
@@ -60,60 +81,144 @@ class LumoConnector::Impl {
     return status;
   }
 
- private:
-  void RunSession() noexcept EXCLUDES(mutex) {
-    ::pthread_setname_np(::pthread_self(), "LumoConnector");
-    if (WaitForStart()) Tell(Open());
-    const support::MutexLock lock(mutex);
-    ended = true;
-    changed.NotifyAll();
+  [[nodiscard]] std::uint32_t SubscribeState(const std::string& transactionTypeId,
+                                             LumoServiceControllerCallbackIf* listener)
+      EXCLUDES(mutex) {
+    if (listener == nullptr || IsStopped()) return 0;
+    try {
+      return states.Subscribe(transactionTypeId, listener);
+    } catch (const std::bad_alloc&) {
+      return 0;
+    }
   }
 
-  /// Returns false when the session is stopped first.
-  bool WaitForStart() EXCLUDES(mutex) {
+  /// The configuration of the present session; null without one.
+  [[nodiscard]] const HostConfig* Config() const EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
-    while (!started && !stopping) changed.Wait(mutex);
-    return !stopping;
+    return config;
+  }
+
+  [[nodiscard]] std::int32_t Listen(LumoPubSubCallbackIf* listener) EXCLUDES(mutex) {
+    if (listener == nullptr || !requests.HasSession()) return kNotConfigured;
+    bool isConnected = false;
+    if (!events.Listen(listener, isConnected)) return kListenedAlready;
+    return isConnected ? kConnected : kInProgress;
+  }
+
+  [[nodiscard]] LumoPubSubResult Subscribe(const std::string& topic) {
+    const auto result = requests.Subscribe(topic);
+    broker.Wake();
+    return result;
+  }
+
+  [[nodiscard]] std::int32_t Publish(const std::string& topic,
+                                     const std::vector<std::uint8_t>& payload) {
+    const auto result = requests.Publish(topic, payload);
+    broker.Wake();
+    return result;
+  }
+
+  [[nodiscard]] std::int32_t Unlisten() { return events.Unlisten() ? 0 : kNotConfigured; }
+
+  /// Tells of the session: its beginning, then the rejection.
+  bool TellNext() override EXCLUDES(mutex) {
+    switch (TakeDue()) {
+      case Due::kStart:
+        Tell(Open());
+        return true;
+      case Due::kRejection:
+        Tell(SessionStatus::kRejected);
+        return true;
+      case Due::kNothing:
+        break;
+    }
+    return false;
+  }
+
+ private:
+  enum class Due { kNothing, kStart, kRejection };
+
+  [[nodiscard]] Due TakeDue() EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
+    if (std::exchange(isStartDue, false)) return Due::kStart;
+    return std::exchange(isRejectionDue, false) ? Due::kRejection : Due::kNothing;
+  }
+
+  [[nodiscard]] bool IsStopped() const EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
+    return stopped;
   }
 
   /// Whatever goes wrong gives a failed session: the client waits for its callback.
-  static SessionStatus Open() noexcept {
+  [[nodiscard]] SessionStatus Open() noexcept EXCLUDES(mutex) {
     try {
-      const auto& config = platform_host::HostConfig::OfProcess();
-      if (config.Ok()) return SessionStatus::kStarted;
-      LogError(config.Failure().Text());
+      const auto& loaded = HostConfig::OfProcess();
+      if (!loaded.Ok()) {
+        LogError(loaded.Failure().Text());
+        return SessionStatus::kFailed;
+      }
+      if (!OpenBroker(loaded.Value())) return SessionStatus::kFailed;
+      const support::MutexLock lock(mutex);
+      if (!stopped) config = &loaded.Value();
+      return SessionStatus::kStarted;
     } catch (const std::exception& error) {
       LogError(error.what());
     }
+    requests.End();
     return SessionStatus::kFailed;
   }
 
-  void Tell(SessionStatus opened) noexcept EXCLUDES(mutex) {
-    Enter(opened);
-    if (callback == nullptr) return;
-    try {
-      callback->LumoConnectorStatus(opened);
-    } catch (const std::exception& error) {
-      LogError(error.what(), "session ended: ");
+  /// Returns false, and one line has told why, when there can be no session with the broker.
+  [[nodiscard]] bool OpenBroker(const HostConfig& loaded) {
+    if (!loaded.broker) {
+      states.Set(TransactionTypeStates::kConnected);
+      return true;
     }
+    auto client = MosquittoClient::Make(*loaded.broker, TopicEvents::kPayloadLimit);
+    if (!client.Ok()) {
+      LogError(client.Failure().Text());
+      return false;
+    }
+    BrokerSession::Parties parties{states, events, requests, [this] { Reject(); }};
+    auto session = std::make_unique<BrokerSession>(*loaded.broker, std::move(client).Take(),
+                                                   std::move(parties), RandomFraction);
+    requests.Begin();
+    broker.Start(std::move(session));
+    return true;
   }
 
-  /// A Stop under way waits for the end of this thread and sets its own state afterwards.
-  void Enter(SessionStatus opened) EXCLUDES(mutex) {
-    const support::MutexLock lock(mutex);
-    status = opened;
+  void Reject() EXCLUDES(mutex) {
+    {
+      const support::MutexLock lock(mutex);
+      isRejectionDue = true;
+    }
+    callbacks.Wake();
+  }
+
+  void Tell(SessionStatus told) EXCLUDES(mutex) {
+    {
+      const support::MutexLock lock(mutex);
+      status = told;
+    }
+    if (callback != nullptr) callback->LumoConnectorStatus(told);
   }
 
   LumoSessionCallbackIf* const callback;
 
   mutable support::Mutex mutex;
-  support::ConditionVariable changed;
   bool started GUARDED_BY(mutex) = false;
-  bool stopping GUARDED_BY(mutex) = false;
-  bool ended GUARDED_BY(mutex) = false;  ///< the thread calls nobody any more
+  bool stopped GUARDED_BY(mutex) = false;
+  bool isStartDue GUARDED_BY(mutex) = false;      ///< to be told by the callback thread
+  bool isRejectionDue GUARDED_BY(mutex) = false;  ///< likewise
   SessionStatus status GUARDED_BY(mutex) = SessionStatus::kStopped;
+  const HostConfig* config GUARDED_BY(mutex) = nullptr;
 
-  std::thread session;  ///< last: it uses the members above
+  // Each uses those above it.
+  CallbackThread callbacks;
+  TransactionTypeStates states;
+  TopicEvents events;
+  TopicRequests requests;
+  BrokerThread broker;
 };
 
 LumoConnector::LumoConnector(LumoSessionCallbackIf* callback)
@@ -131,6 +236,44 @@ void LumoConnector::Stop() {
 
 SessionStatus LumoConnector::GetSessionStatus() const {
   return impl->Status();
+}
+
+std::uint32_t LumoConnector::SubscribeTransactionTypeState(
+    const std::string& transactionTypeId, LumoServiceControllerCallbackIf* callback,
+    std::uint32_t /*options*/) {
+  return impl->SubscribeState(transactionTypeId, callback);
+}
+
+LumoTokenResult LumoConnector::GetToken(const std::string& operationTypeId) const {
+  const HostConfig* const config = impl->Config();
+  if (config == nullptr) return {kNotConfigured, ""};
+  return platform_host::TokenOf(*config, operationTypeId);
+}
+
+SCUrlResult LumoConnector::GetInvocationUrl(const std::string& operationTypeId) const {
+  const HostConfig* const config = impl->Config();
+  if (config == nullptr) return {kNotConfigured, operationTypeId, ""};
+  return platform_host::UrlOf(*config, operationTypeId);
+}
+
+std::int32_t LumoConnector::PubSubConnect(LumoPubSubCallbackIf* callback) {
+  return impl->Listen(callback);
+}
+
+LumoPubSubResult LumoConnector::PubSubSubscribe(const std::string& topic, bool /*persistent*/) {
+  return impl->Subscribe(topic);
+}
+
+std::int32_t LumoConnector::PubSubPublish(const std::string& topic,
+                                          const std::vector<std::uint8_t>& payload,
+                                          std::uint32_t /*timeToLive*/, std::uint32_t /*priority*/,
+                                          std::uint32_t /*payloadFormat*/,
+                                          const std::string& /*contentType*/, bool /*reliable*/) {
+  return impl->Publish(topic, payload);
+}
+
+std::int32_t LumoConnector::PubSubDisconnect() {
+  return impl->Unlisten();
 }
 
 }  // namespace lumo_connector

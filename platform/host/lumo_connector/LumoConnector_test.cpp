@@ -224,7 +224,8 @@ TEST_F(Session, CallbackThrows_LoggedAndStopStillWorks) {
     std::this_thread::yield();
   }
   connector.Stop();
-  EXPECT_THAT(log.Lines(), ElementsAre("error: libLumoConnectorShared: session ended: no"));
+  EXPECT_THAT(log.Lines(),
+              ElementsAre("error: libLumoConnectorShared: a callback threw an exception: no"));
 }
 
 TEST_F(Session, StartAndStopAtOnce_AtMostOneCallbackAndNoneAfterStop) {
