@@ -25,6 +25,9 @@ class UniqueFd {
   [[nodiscard]] int Get() const { return fd; }
   [[nodiscard]] bool IsOpen() const { return fd >= 0; }
 
+  /// Gives the descriptor away: the caller's to close.
+  [[nodiscard]] int Release() { return std::exchange(fd, -1); }
+
   /// Closes now and tells the result of close(2): 0, or -1 with errno set. For files whose last
   /// write may still fail.
   [[nodiscard]] int Close() { return ::close(std::exchange(fd, -1)); }

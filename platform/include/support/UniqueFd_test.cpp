@@ -41,6 +41,13 @@ TEST(UniqueFd, Move_LeavesOneOwner) {
   EXPECT_TRUE(IsOpen(descriptor));
 }
 
+TEST(UniqueFd, Release_LeavesItOpen) {
+  UniqueFd owner = Open();
+  const UniqueFd next(owner.Release());
+  EXPECT_FALSE(owner.IsOpen());
+  EXPECT_TRUE(IsOpen(next.Get()));
+}
+
 TEST(UniqueFd, Close_TellsTheResultAndForgetsTheDescriptor) {
   UniqueFd owner = Open();
   const int descriptor = owner.Get();
