@@ -1,16 +1,15 @@
 /// TLS towards the broker: whom to trust, which name to expect, and why a broker was not believed.
-/// The only file of the broker's side that knows OpenSSL. Belongs to one thread.
+/// Belongs to one thread.
 #ifndef PLATFORM_HOST_LUMO_CONNECTOR_BROKERTLS_H
 #define PLATFORM_HOST_LUMO_CONNECTOR_BROKERTLS_H
 
-#include <cstddef>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "platform/host/config/HostConfig.h"
 #include "platform/host/config/Result.h"
-
-struct ssl_ctx_st;
+#include "platform/host/lumo_connector/TlsContext.h"
 
 namespace lumo_connector {
 
@@ -18,11 +17,9 @@ namespace lumo_connector {
 /// configured file and nothing else.
 class BrokerTls {
  public:
-  /// Largest file of certificates that is read.
-  static constexpr std::size_t kCaFileLimit = 1048576;
-
-  /// Reads the files that `config` names. REQUIRES: it names a CA file. Fails with "FILE: reason"
-  /// when one cannot be used; a CA file without a certificate cannot. Blocks for the reading only.
+  /// Reads the files that `config` names. REQUIRES: it names a CA file. Fails with what TlsContext
+  /// says when one cannot be used; a CA file without a certificate cannot. Blocks for the reading
+  /// only.
   static platform_host::Result<std::unique_ptr<BrokerTls>> Make(
       const platform_host::BrokerConfig& config);
 
@@ -30,22 +27,19 @@ class BrokerTls {
   BrokerTls& operator=(const BrokerTls&) = delete;
   ~BrokerTls() = default;
 
-  /// An SSL_CTX. Its connections use this object, too.
-  [[nodiscard]] ssl_ctx_st* Context() const { return context.get(); }
+  /// For connections to the broker, which use this object, too.
+  [[nodiscard]] ssl_ctx_st* Context() const { return context.Get().get(); }
 
   /// Why the last broker was not believed, in words; empty when none was refused.
-  [[nodiscard]] const std::string& Refusal() const { return refusal; }
+  [[nodiscard]] std::string Refusal() const;
 
  private:
-  struct FreeContext {
-    void operator()(ssl_ctx_st* ended) const;
-  };
   class Verification;
 
-  BrokerTls() = default;
+  explicit BrokerTls(platform_host::TlsContext loaded) : context(std::move(loaded)) {}
 
-  std::unique_ptr<ssl_ctx_st, FreeContext> context;
-  std::string refusal;
+  platform_host::TlsContext context;
+  int verdict = 0;  ///< the library's number of the first fault in the broker's chain; 0: none
 };
 
 }  // namespace lumo_connector

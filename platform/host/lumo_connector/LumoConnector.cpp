@@ -1,5 +1,6 @@
 #include "lumo_connector/LumoConnector.h"
 
+#include <cerrno>
 #include <exception>
 #include <memory>
 #include <new>
@@ -11,6 +12,7 @@
 #include "platform/host/lumo_connector/BrokerThread.h"
 #include "platform/host/lumo_connector/CallbackThread.h"
 #include "platform/host/lumo_connector/ConnectorLog.h"
+#include "platform/host/lumo_connector/Exchanges.h"
 #include "platform/host/lumo_connector/MosquittoClient.h"
 #include "platform/host/lumo_connector/Services.h"
 #include "platform/host/lumo_connector/TopicEvents.h"
@@ -70,6 +72,7 @@ class LumoConnector::Impl : public CallbackSource {
       config = nullptr;
     }
     requests.End();
+    exchanges.Stop();
     broker.Stop();
     callbacks.Stop();
     const support::MutexLock lock(mutex);
@@ -96,6 +99,18 @@ class LumoConnector::Impl : public CallbackSource {
   [[nodiscard]] const HostConfig* Config() const EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
     return config;
+  }
+
+  [[nodiscard]] LumoSocketResult Connect(const std::string& operationTypeId,
+                                         const std::string& host, std::uint16_t port)
+      EXCLUDES(mutex) {
+    if (const HostConfig* const present = Config()) {
+      return exchanges.Connect(*present, operationTypeId, host, port);
+    }
+    const std::string text = "there is no session";
+    LogError("cannot connect to " + host + ":" + std::to_string(port) + " for " + operationTypeId +
+             ": " + text);
+    return {ENOTCONN, -1, "", text};
   }
 
   [[nodiscard]] std::int32_t Listen(LumoPubSubCallbackIf* listener) EXCLUDES(mutex) {
@@ -219,6 +234,7 @@ class LumoConnector::Impl : public CallbackSource {
   TopicEvents events;
   TopicRequests requests;
   BrokerThread broker;
+  platform_host::Exchanges exchanges;
 };
 
 LumoConnector::LumoConnector(LumoSessionCallbackIf* callback)
@@ -254,6 +270,11 @@ SCUrlResult LumoConnector::GetInvocationUrl(const std::string& operationTypeId) 
   const HostConfig* const config = impl->Config();
   if (config == nullptr) return {kNotConfigured, operationTypeId, ""};
   return platform_host::UrlOf(*config, operationTypeId);
+}
+
+LumoSocketResult LumoConnector::SocketConnect(const std::string& operationTypeId,
+                                              const std::string& host, std::uint16_t port) {
+  return impl->Connect(operationTypeId, host, port);
 }
 
 std::int32_t LumoConnector::PubSubConnect(LumoPubSubCallbackIf* callback) {

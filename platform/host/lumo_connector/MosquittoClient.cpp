@@ -288,6 +288,11 @@ MqttClientIf::Sent MosquittoClient::Publish(const std::string& topic,
   return {outcome == Sent::Outcome::kNoConnection ? Sent::Outcome::kSent : outcome, number};
 }
 
+std::string MosquittoClient::TlsReason() const {
+  const std::string distrust = tls == nullptr ? "" : tls->Refusal();
+  return distrust.empty() ? tlsReason : distrust;
+}
+
 Error MosquittoClient::Reason(int result, int number) const {
   switch (result) {
     case MOSQ_ERR_ERRNO:
@@ -303,8 +308,7 @@ Error MosquittoClient::Reason(int result, int number) const {
       return Error("the broker no longer answers");
     case MOSQ_ERR_TLS:
     case MOSQ_ERR_TLS_HANDSHAKE:
-      return Error("TLS: " +
-                   (tls != nullptr && !tls->Refusal().empty() ? tls->Refusal() : tlsReason));
+      return Error("TLS: " + TlsReason());
     default:
       return Error(WithoutFullStop(::mosquitto_strerror(result)));
   }

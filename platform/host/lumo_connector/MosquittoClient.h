@@ -73,6 +73,9 @@ class MosquittoClient : public MqttClientIf {
   /// Why the library returned `result`, `number` being errno then.
   [[nodiscard]] platform_host::Error Reason(int result, int number) const;
 
+  /// Why TLS failed, in words.
+  [[nodiscard]] std::string TlsReason() const;
+
   const platform_host::BrokerConfig broker;
   const std::size_t limit;
   std::unique_ptr<BrokerTls> tls;  ///< of the present connection; outlives the library's use
