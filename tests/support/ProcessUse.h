@@ -1,0 +1,36 @@
+/// What this process holds of the machine, for tests that find leaks. Any thread; the numbers hold
+/// for the moment, while no other thread opens, starts or ends anything.
+#ifndef TESTS_SUPPORT_PROCESSUSE_H
+#define TESTS_SUPPORT_PROCESSUSE_H
+
+#include <filesystem>
+#include <set>
+#include <string>
+
+namespace tests {
+
+/// Names in a folder of /proc/self that stand for something open or running.
+[[nodiscard]] inline std::set<std::string> EntriesOf(const char* folder) {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    std::error_code gone;
+    // The descriptor that reads this folder is listed too, and is gone afterwards.
+    const auto target = std::filesystem::read_symlink(entry.path(), gone);
+    if (target.string().find("/proc/") != 0) names.insert(entry.path().filename().string());
+  }
+  return names;
+}
+
+/// The numbers of all open descriptors.
+[[nodiscard]] inline std::set<std::string> OpenDescriptors() {
+  return EntriesOf("/proc/self/fd");
+}
+
+/// The ids of all threads.
+[[nodiscard]] inline std::set<std::string> RunningThreads() {
+  return EntriesOf("/proc/self/task");
+}
+
+}  // namespace tests
+
+#endif
