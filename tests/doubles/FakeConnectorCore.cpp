@@ -72,8 +72,10 @@ lumo_connector::LumoSocketResult FakeConnectorCore::Connect() {
   auto& plans = state.answers.connects;
   if (state.stopped) return {ECANCELED, -1, "", "stopped"};
   if (plans.empty()) return {ECONNREFUSED, -1, "", "nobody listens"};
+  // The last one stays until there is another.
+  if (plans.front().used && plans.size() > 1) plans.pop_front();
+  plans.front().used = true;
   const ConnectPlan plan = plans.front();
-  if (plans.size() > 1) plans.pop_front();
   if (plan.status != 0) return {plan.status, -1, "", plan.text};
   int ends[2] = {-1, -1};
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)

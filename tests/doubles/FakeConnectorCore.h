@@ -33,6 +33,7 @@ class FakeConnectorCore {
     std::int32_t status = 0;
     std::string text;
     PeerScript script;  ///< of the stream, when the status is 0
+    bool used = false;
   };
 
   /// What the connector answers.

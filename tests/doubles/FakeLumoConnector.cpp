@@ -46,11 +46,15 @@ void FakeLumoConnector::SetUrlFailure(const std::string& operationTypeId, std::i
 }
 
 void FakeLumoConnector::Connect(PeerScript script) {
-  core->With([&](auto& state) { state.answers.connects.push_back({0, "", std::move(script)}); });
+  core->With([&](auto& state) {
+    state.answers.connects.push_back({0, "", std::move(script), false});
+  });
 }
 
 void FakeLumoConnector::RefuseConnect(std::int32_t status, const std::string& text) {
-  core->With([&](auto& state) { state.answers.connects.push_back({status, text, nullptr}); });
+  core->With([&](auto& state) {
+    state.answers.connects.push_back({status, text, nullptr, false});
+  });
 }
 
 std::vector<std::string> FakeLumoConnector::Requests() const {

@@ -49,8 +49,8 @@ class FakeLumoConnector {
   void SetUrlFailure(const std::string& operationTypeId, std::int32_t status);
 
   /// What the next SocketConnect does: each of these is for one call, in their order; the last
-  /// one stays for all further calls. Connect gives the client one end of a stream whose other end
-  /// `script` plays.
+  /// one stays for all further calls until another follows. Connect gives the client one end of a
+  /// stream whose other end `script` plays.
   void Connect(PeerScript script);
   void RefuseConnect(std::int32_t status, const std::string& text);
 
