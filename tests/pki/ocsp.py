@@ -8,9 +8,11 @@ from cryptography.x509 import ocsp
 from cryptography.x509.oid import AuthorityInformationAccessOID, ExtendedKeyUsageOID, ObjectIdentifier
 
 import der
+import hostile
 from authority import DAY, issue, name, now, p384, rsa_key, write, write_key
 
 RESPONDER_URL = "http://ocsp.invalid/ask"
+BASIC_RESPONSE = "1.3.6.1.5.5.7.48.1.1"
 FAR = 3650 * DAY
 OCSP_SIGNING = (x509.ExtendedKeyUsage([ExtendedKeyUsageOID.OCSP_SIGNING]), False)
 OTHER_USAGE = (x509.ExtendedKeyUsage([ExtendedKeyUsageOID.SERVER_AUTH]), False)
@@ -49,12 +51,13 @@ class Answers:
     def answer(self, stem, certificate, responder, *options, issuer="issuer"):
         """Writes STEM.response: what `responder` says about `certificate`, as if `issuer` had issued it."""
         path = self.folder
-        request = ["-issuer", path / f"{issuer}.pem", "-cert", path / f"{certificate}.pem", "-no_nonce"]
-        run = ["openssl", "ocsp", *request, "-reqout", path / "request"]
+        request = self.out / f"{certificate}.request"
+        run = ["openssl", "ocsp", "-issuer", path / f"{issuer}.pem", "-cert", path / f"{certificate}.pem",
+               "-no_nonce", "-reqout", request]
         subprocess.run(run, check=True, capture_output=True)
         run = ["openssl", "ocsp", "-index", path / "index.txt", "-CA", path / "issuer.pem",
                "-rsigner", path / f"{responder}.pem", "-rkey", path / f"{responder}.key",
-               "-reqin", path / "request", "-respout", self.out / f"{stem}.response", *options]
+               "-reqin", request, "-respout", self.out / f"{stem}.response", *options]
         subprocess.run(run, check=True, capture_output=True)
         self.write_times(stem)
 
@@ -133,6 +136,14 @@ def make_answers(answers, responders):
     answers.answer("delegate-with-chain", "good", "delegate", *week, "-rother", chain)
 
 
+def answer_with(*certificates):
+    """An answer that says nothing and that nobody signed, with these certificates (RFC 6960 section 4.2.1)."""
+    nothing = der.sequence()
+    basic = der.sequence(nothing, nothing, der.bit_string(bytes(64)), der.tlv(0xA0, der.sequence(*certificates)))
+    bytes_of = der.sequence(der.oid(BASIC_RESPONSE), der.octet_string(basic))
+    return der.sequence(der.tlv(0x0A, b"\0"), der.tlv(0xA0, bytes_of))
+
+
 def write_all(out):
     root = issue(name("OCSP Root"))
     issuer = issue(name("OCSP Issuer"), issuer=root, extensions=[responder_extension()])
@@ -140,3 +151,6 @@ def write_all(out):
     answers = Answers(out, out / "responder", issuer)
     make_certificates(answers, root, issuer)
     make_answers(answers, make_responders(answers, root, issuer))
+    costly = hostile.self_issued_rsa("responder", modulus_bits=20000, exponent=hostile.odd_number(10000),
+                                     signature_bytes=16)
+    write(out / "costly.response", answer_with(costly))
