@@ -224,9 +224,11 @@ std::uint32_t ContainerHandler::GetInstalledContainerTimestamp() const {
   return hsm ? hsm->GetInstalledContainerTimestamp() : 0;
 }
 
+// A resume tells the facade what holds without the stop. If it disabled retries first, to enable
+// them afterwards, a check that waits meanwhile could end as if it had been stopped.
 void ContainerHandler::StopProcessing(bool stop) {
   stopped = stop;
-  if (hsm) hsm->DisableUpdateRetries(true);
+  if (hsm) hsm->DisableUpdateRetries(stop || terminated || retriesDisabled);
   CSCLogging::LogDebug("ContainerHandler: Processing stopped");
 }
 
@@ -242,6 +244,7 @@ void ContainerHandler::ConvertEpochTimestampToDatetime(std::uint32_t timestamp,
 }
 
 void ContainerHandler::DisableUpdateRetries(bool disable) const {
+  retriesDisabled = disable;
   if (hsm) hsm->DisableUpdateRetries(disable);
   CSCLogging::LogDebug("ContainerHandler: Retries disabled");
 }

@@ -97,6 +97,7 @@ class ContainerHandler : public ContainerHandlerIf, public ContainerParsing {
   std::string installingContainerId GUARDED_BY(idMutex);
   std::atomic<bool> stopped{false};
   std::atomic<bool> terminated{false};
+  mutable std::atomic<bool> retriesDisabled{false};  // as DisableUpdateRetries was told last
   const development_tools::DevelopmentTools developmentTools;
   const Clock now;
 };

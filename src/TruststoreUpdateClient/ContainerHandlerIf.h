@@ -35,7 +35,8 @@ class ContainerHandlerIf {
   [[nodiscard]] virtual std::uint32_t GetInstalledContainerTimestamp() const = 0;
 
   /// True: the verification under way, and every later one, ends before it touches the trust
-  /// stores, with kProcessingStopped; false allows installations again.
+  /// stores, with kProcessingStopped, and revocation checks are not tried again; false allows
+  /// installations and retries again.
   virtual void StopProcessing(bool stop) = 0;
 
   /// As StopProcessing(true), for good.
@@ -45,7 +46,7 @@ class ContainerHandlerIf {
   virtual void ConvertEpochTimestampToDatetime(std::uint32_t timestamp,
                                                std::string& text) const = 0;
 
-  /// True: a wait between two revocation checks ends at once.
+  /// True: revocation checks are not tried again, and a wait for that ends at once.
   virtual void DisableUpdateRetries(bool disable) const = 0;
 };
 

@@ -301,12 +301,23 @@ TEST_F(ContainerHandlerTest, StopAndRetryRequests_TellTheFacade) {
   handler.StopProcessing(false);
   handler.DisableUpdateRetries(true);
   handler.DisableUpdateRetries(false);
-  EXPECT_THAT(hsm->calls, ElementsAre("disable retries", "disable retries", "disable retries",
+  EXPECT_THAT(hsm->calls, ElementsAre("disable retries", "enable retries", "disable retries",
                                       "enable retries"));
   EXPECT_THAT(log.Lines(), ElementsAre("debug: ContainerHandler: Processing stopped",
                                        "debug: ContainerHandler: Processing stopped",
                                        "debug: ContainerHandler: Retries disabled",
                                        "debug: ContainerHandler: Retries disabled"));
+}
+
+TEST_F(ContainerHandlerTest, Resume_EnablesNoRetriesThatOthersHaveDisabled) {
+  ContainerHandler handler = Handler();
+  handler.DisableUpdateRetries(true);
+  handler.StopProcessing(false);
+  handler.DisableUpdateRetries(false);
+  handler.TerminateProcessing();
+  handler.StopProcessing(false);
+  EXPECT_THAT(hsm->calls, ElementsAre("disable retries", "disable retries", "enable retries",
+                                      "disable retries", "disable retries"));
 }
 
 TEST_F(ContainerHandlerTest, InstallingId_IsThatOfTheLastHeaderReadAndSurvivesAFailure) {

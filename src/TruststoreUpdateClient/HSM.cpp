@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include "TruststoreUpdateClient/OcspConnection.h"
 #include "csc_logging/CSCLogging.h"
 #include "support/FileContents.h"
 
@@ -47,18 +48,34 @@ std::uint32_t ToTimestamp(const std::string& text) {
   return 0;
 }
 
+HSM::Collaborators OnTheUnit(const std::shared_ptr<lumo_connector::LumoConnector>& connector) {
+  HSM::Collaborators collaborators{ostra::tee::TrustStoreUpdateAPI::get_instance(),
+                                   PersistentFileStorage()};
+  collaborators.ocspConnection = std::make_shared<OcspConnection>(connector);
+  collaborators.invocationUrl = [connector](const std::string& operationTypeId) {
+    return connector->GetInvocationUrl(operationTypeId);
+  };
+  collaborators.switches.emplace();
+  return collaborators;
+}
+
 }  // namespace
 
-HSM::HSM(const std::shared_ptr<lumo_connector::LumoConnector>&)
-    : HSM(Collaborators{ostra::tee::TrustStoreUpdateAPI::get_instance(), PersistentFileStorage()}) {
-}
+HSM::HSM(const std::shared_ptr<lumo_connector::LumoConnector>& connector)
+    : HSM(OnTheUnit(connector)) {}
 
 HSM::HSM(Collaborators collaborators)
     : trustStoreApi(std::move(collaborators.trustStore)),
+      ocspConnection(std::move(collaborators.ocspConnection)),
       fileStorage(std::move(collaborators.storage)),
+      connectionRetryTestMode(collaborators.switches.has_value() &&
+                              collaborators.switches->GetDevSwitchBool("ConnectionRetryTestMode")),
       containerIdFile(std::move(collaborators.containerIdFile)),
       timestampFile(std::move(collaborators.timestampFile)),
-      now(std::move(collaborators.now)) {
+      now(std::move(collaborators.now)),
+      invocationUrl(std::move(collaborators.invocationUrl)),
+      ocspRetryInterval(collaborators.ocspRetryInterval),
+      testabilityPause(collaborators.testabilityPause) {
   LogCryptoLibraryVersion();
   ClearRecordOfUnfinishedInstallation();
 }
@@ -157,15 +174,8 @@ bool HSM::Signature_Verify(const Botan::X509_Certificate& certificate, std::stri
   return true;
 }
 
-int HSM::X5COcspValidation(const std::vector<Botan::X509_Certificate>&) {
-  // Without a way to ask, nobody can say that a certificate is still good.
-  CSCLogging::LogError(
-      "ERROR: No OCSP connection: the certificates cannot be checked for revocation!");
-  CSCLogging::LogError("OCSP check FAILED");
-  return 1;
-}
-
 void HSM::DisableUpdateRetries(bool disable) {
+  retriesDisabled = disable;  // before the wait ends: who wakes up looks at it
   CSCLogging::LogDebug(CSCLogEntry() << "HSM: OCSP retries " << (disable ? "Disabled" : "Enabled"));
   if (disable) StopRetryTimer();
 }

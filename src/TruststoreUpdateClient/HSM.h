@@ -6,14 +6,18 @@
 #ifndef TRUSTSTOREUPDATECLIENT_HSM_H
 #define TRUSTSTOREUPDATECLIENT_HSM_H
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "TruststoreUpdateClient/Constants.h"
+#include "TruststoreUpdateClient/DevelopmentTools.h"
 #include "TruststoreUpdateClient/HSMIf.h"
+#include "TruststoreUpdateClient/OcspConnectionIf.h"
 #include "TruststoreUpdateClient/PersistentFileStorage.h"
 #include "TruststoreUpdateClient/Trigger.h"
 #include "lumo_connector/LumoConnector.h"
@@ -34,6 +38,12 @@ inline constexpr std::size_t kMaxCertificatesOfOneSubject = 2;
 /// with RSA keys of 8,192 bits take the library six seconds.
 inline constexpr std::size_t kMaxSharedSubjects = 3;
 
+/// Between two attempts to ask about one certificate.
+inline constexpr std::chrono::seconds kOcspRetryInterval{30};
+
+/// How long a tester has to break the unit's way to the backend.
+inline constexpr std::chrono::seconds kTestabilityPause{5};
+
 /// Records live in small files, mirrored into persistent storage: that copy counts, the file is
 /// only its last state.
 class HSM : public HSMIf {
@@ -45,9 +55,18 @@ class HSM : public HSMIf {
     std::string containerIdFile = TRUSTSTORE_HEADER_CONTAINER_ID_FILENAME;
     std::string timestampFile = TRUSTSTORE_HEADER_TIMESTAMP_FILENAME;
     std::function<std::chrono::system_clock::time_point()> now = std::chrono::system_clock::now;
+
+    /// Who asks about revocation, and where. Without them no certificate counts as good.
+    std::shared_ptr<OcspConnectionIf> ocspConnection = nullptr;
+    std::function<lumo_connector::SCUrlResult(const std::string& operationTypeId)> invocationUrl =
+        nullptr;
+
+    std::optional<development_tools::DevelopmentTools> switches = std::nullopt;  ///< none: all off
+    std::chrono::seconds ocspRetryInterval = kOcspRetryInterval;
+    std::chrono::milliseconds testabilityPause = kTestabilityPause;
   };
 
-  /// Over the unit's trust store and persistent storage.
+  /// Over the unit's trust store and persistent storage, with revocation checks over `connector`.
   explicit HSM(const std::shared_ptr<lumo_connector::LumoConnector>& connector);
 
   /// Over other collaborators, for tests and tools. Clears what an installation that lost power
@@ -65,6 +84,9 @@ class HSM : public HSMIf {
                                       std::string_view data, std::string_view signature) override;
   [[nodiscard]] bool X5CPathValidation(
       const std::vector<Botan::X509_Certificate>& chain) const override;
+
+  /// Asks about each certificate of `chain`, from the one nearest to the root to the leaf, until
+  /// one fails; about one that could not be asked for again and again. Returns 0 or 1.
   [[nodiscard]] int X5COcspValidation(const std::vector<Botan::X509_Certificate>& chain) override;
   void DisableUpdateRetries(bool disable) override;
 
@@ -85,9 +107,26 @@ class HSM : public HSMIf {
 
  private:
   [[nodiscard]] bool GetZoraRootCertificates(std::vector<Botan::X509_Certificate>& roots) const;
+  [[nodiscard]] static std::vector<Botan::X509_Certificate> DecodeRoots(const std::string& pem);
   [[nodiscard]] bool ValidatePath(const std::vector<Botan::X509_Certificate>& chain) const;
   [[nodiscard]] bool LeadsToRoot(const std::vector<Botan::X509_Certificate>& chain,
                                  const Botan::X509_Certificate& root) const;
+
+  // One certificate of a chain and how to ask about it. `number` counts the checks from 1.
+  struct RevocationCheck {
+    std::size_t number;
+    const Botan::X509_Certificate& certificate;
+    const Botan::X509_Certificate& issuer;
+    const std::string& operationTypeId;
+  };
+
+  [[nodiscard]] bool CheckRevocationOfAll(const std::vector<Botan::X509_Certificate>& chain);
+  [[nodiscard]] std::optional<Botan::X509_Certificate> RootThatIssued(
+      const Botan::X509_Certificate& certificate) const;
+  [[nodiscard]] int CheckUntilAnswered(const RevocationCheck& check);
+  [[nodiscard]] int CheckOnce(const RevocationCheck& check, const std::string& url);
+  [[nodiscard]] std::string OcspUrl(const std::string& operationTypeId) const;
+  void PauseForTester(std::size_t check, int pass);
   [[nodiscard]] bool StoreRecord(const std::string& text, const std::string& file,
                                  const std::string& key, std::string_view failureLine);
   [[nodiscard]] bool IsRecorded(const std::string& text, const std::string& key) const;
@@ -95,12 +134,18 @@ class HSM : public HSMIf {
   void DropRecord(const std::string& key);
   void ClearRecordOfUnfinishedInstallation();
 
-  std::shared_ptr<ostra::tee::TrustStoreUpdateAPI> trustStoreApi;
+  const std::shared_ptr<ostra::tee::TrustStoreUpdateAPI> trustStoreApi;
+  const std::shared_ptr<OcspConnectionIf> ocspConnection;
   PersistentFileStorage fileStorage;
+  const bool connectionRetryTestMode;
   Trigger retryTimer;
+  std::atomic<bool> retriesDisabled{false};  // what DisableUpdateRetries was told last
   const std::string containerIdFile;
   const std::string timestampFile;
   const std::function<std::chrono::system_clock::time_point()> now;
+  const std::function<lumo_connector::SCUrlResult(const std::string&)> invocationUrl;
+  const std::chrono::seconds ocspRetryInterval;
+  const std::chrono::milliseconds testabilityPause;
 };
 
 }  // namespace truststore_update_client

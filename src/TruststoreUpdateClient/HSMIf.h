@@ -53,12 +53,13 @@ class HSMIf {
   [[nodiscard]] virtual bool X5CPathValidation(
       const std::vector<Botan::X509_Certificate>& chain) const = 0;
 
-  /// Checks that no certificate of `chain` has been revoked. May block until StopRetryTimer or an
-  /// answer.
+  /// Checks that no certificate of `chain` has been revoked. A responder that cannot be reached is
+  /// asked again, without limit, until it answers or retries are disabled: this may block for days.
   [[nodiscard]] virtual int X5COcspValidation(
       const std::vector<Botan::X509_Certificate>& chain) = 0;
 
-  /// True: a wait between two revocation checks ends at once. Any thread.
+  /// Tells whether revocation checks may be tried again; the last call counts. True: one under way
+  /// is the last, and a wait for the next ends at once. False ends no wait. Any thread.
   virtual void DisableUpdateRetries(bool disable) = 0;
 };
 

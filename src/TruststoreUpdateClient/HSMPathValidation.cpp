@@ -89,18 +89,24 @@ bool HSM::GetZoraRootCertificates(std::vector<X509_Certificate>& roots) const {
     CSCLogging::LogError("Error: Unable to get Root Certificate!");
     return true;
   }
-  std::vector<std::string> pieces;
-  SplitCertificate(pem, pieces);
   try {
-    for (const std::string& piece : pieces) {
-      Botan::DataSource_Memory source(piece);
-      roots.emplace_back(source);
-    }
+    roots = DecodeRoots(pem);
   } catch (const std::exception&) {
     CSCLogging::LogError("Error: Unable to populate X509_Certificate with ZORA root certificate!");
     return true;
   }
   return false;
+}
+
+std::vector<X509_Certificate> HSM::DecodeRoots(const std::string& pem) {
+  std::vector<std::string> pieces;
+  SplitCertificate(pem, pieces);
+  std::vector<X509_Certificate> roots;
+  for (const std::string& piece : pieces) {
+    Botan::DataSource_Memory source(piece);
+    roots.emplace_back(source);
+  }
+  return roots;
 }
 
 bool HSM::CheckCertificateChainOrder(const X509_Certificate& root,

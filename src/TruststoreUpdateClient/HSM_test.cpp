@@ -342,15 +342,6 @@ TEST_F(HSMTest, KeyThatTheLibraryCannotLoad_FailsTheSignatureWithALine) {
   EXPECT_EQ(0U, log.Lines()[0].rfind("error: Error: Signature verification failed! ", 0));
 }
 
-TEST_F(HSMTest, RevocationCheckThatNobodyCanMake_Fails) {
-  HSM hsm(Collaborators());
-  log.Clear();
-  EXPECT_NE(0, hsm.X5COcspValidation(::tests::Chain("p256-3")));
-  EXPECT_THAT(log.Lines(), ElementsAre("error: ERROR: No OCSP connection: the certificates cannot "
-                                       "be checked for revocation!",
-                                       "error: OCSP check FAILED"));
-}
-
 TEST_F(HSMTest, StopWhileNobodyWaits_EndsTheNextWaitAndOnlyThat) {
   HSM hsm(Collaborators());
   hsm.StopRetryTimer();
