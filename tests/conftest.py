@@ -9,7 +9,7 @@ import pytest
 
 TESTS = pathlib.Path(__file__).resolve().parent
 SOURCE = TESTS.parent
-sys.path.insert(0, str(TESTS / "pki"))
+sys.path.insert(0, str(SOURCE))
 sys.path.insert(0, str(TESTS / "e2e"))
 
 

@@ -11,10 +11,9 @@ import sys
 import tempfile
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
-sys.path += [str(SOURCE / "tests" / "pki"), str(SOURCE / "tests" / "e2e")]
+sys.path += [str(SOURCE), str(SOURCE / "tests" / "e2e")]
 
-import authority
-import containers
+from bench import authority, containers
 from server import CURL_OK, CURL_PEER_NOT_TRUSTED, Server
 from unit import Unit
 
@@ -110,7 +109,8 @@ class Demo:
         self.check("trust store and records are as before", (self.unit.store(), self.unit.records()) == before)
 
     def start_server(self):
-        leaf = authority.issue(authority.name("server"), issuer=self.server_ca, ca=False, address="127.0.0.1")
+        leaf = authority.issue(authority.name("server"), issuer=self.server_ca, ca=False,
+                               extensions=[authority.server_names(address="127.0.0.1")])
         authority.write(self.folder / "server.pem", leaf.pem())
         authority.write_key(self.folder / "server.key", leaf.key)
         return Server(self.folder / "server.pem", self.folder / "server.key")

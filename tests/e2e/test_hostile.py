@@ -6,8 +6,7 @@ import resource
 
 import pytest
 
-import authority
-import containers
+from bench import authority, containers
 
 STATUS = "info: Send Update Status to the Device Platform: STATUS_CODE_"
 TS = "2026-01-02T03:04:05"

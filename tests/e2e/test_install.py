@@ -2,7 +2,7 @@
 
 import pytest
 
-import containers
+from bench import containers
 
 STATUS = "info: Send Update Status to the Device Platform: STATUS_CODE_"
 OLD, NEW = "2026-01-02T03:04:05", "2026-01-02T03:04:06"

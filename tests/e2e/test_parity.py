@@ -7,7 +7,7 @@ import subprocess
 import pytest
 from cryptography import x509
 
-import containers
+from bench import containers
 
 STATUS = "info: Send Update Status to the Device Platform: STATUS_CODE_"
 TS = "2026-01-02T03:04:05"

@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-import containers
+from bench import containers
 from unit import RUN_DIR, STATE_DIR
 
 STATUS = "info: Send Update Status to the Device Platform: STATUS_CODE_"

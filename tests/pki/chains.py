@@ -1,6 +1,6 @@
 """Signer chains: good ones, and those that a unit must refuse."""
 
-from authority import DAY, SIGNER_CN, Entity, issue, name, now, p256, p384, rsa_key, write, write_chain
+from bench.authority import DAY, SIGNER_CN, Entity, issue, name, now, p256, p384, rsa_key, write, write_chain
 
 ROOT_CN = "Truststore Tests Root"
 ROOT_NAME = name(ROOT_CN)

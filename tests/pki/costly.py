@@ -7,7 +7,7 @@ from cryptography import x509
 
 import der
 import hostile
-from authority import write
+from bench.authority import write
 
 CHAIN_LENGTH = 16
 MAX_SIGNER_BYTES = 4096

@@ -3,7 +3,7 @@
 import random
 
 import der
-from authority import write
+from bench.authority import write
 
 # Mersenne primes: a reader that tests its modulus for primality does all of the work.
 P_9689 = (1 << 9689) - 1

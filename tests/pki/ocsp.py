@@ -9,7 +9,7 @@ from cryptography.x509.oid import AuthorityInformationAccessOID, ExtendedKeyUsag
 
 import der
 import hostile
-from authority import DAY, issue, name, now, p384, rsa_key, write, write_key
+from bench.authority import DAY, issue, name, now, p384, rsa_key, write, write_key
 
 RESPONDER_URL = "http://ocsp.invalid/ask"
 BASIC_RESPONSE = "1.3.6.1.5.5.7.48.1.1"

@@ -7,7 +7,7 @@ from cryptography.hazmat.primitives.asymmetric import ec, padding
 from cryptography.hazmat.primitives import serialization
 
 import der
-from authority import Entity, issue, name, p256, p384, rsa_key, write
+from bench.authority import Entity, issue, name, p256, p384, rsa_key, write
 
 
 def public_der(key):

@@ -4,24 +4,37 @@ import json
 
 import pytest
 
-import containers
+from bench import authority, containers
 
-pytestmark = pytest.mark.usefixtures("pki")
+
+@pytest.fixture(name="folder", scope="module")
+def fixture_folder(tmp_path_factory):
+    """A signer's folder: leaf, two intermediates, root; another root of the same name; three certificates."""
+    folder = tmp_path_factory.mktemp("signer")
+    root = authority.issue(authority.name("Root"))
+    issuers = [authority.issue(authority.name("Intermediate 2"), issuer=root)]
+    issuers.insert(0, authority.issue(authority.name("Intermediate 1"), issuer=issuers[0]))
+    leaf = authority.issue(authority.name(authority.SIGNER_CN), issuer=issuers[0], ca=False)
+    authority.write_chain(folder, leaf, issuers, [root])
+    authority.write(folder / "same-name.pem", authority.issue(authority.name("Root")).pem())
+    for number in range(3):
+        authority.write(folder / f"{number}.der", authority.issue(authority.name(f"Web {number}")).der())
+    return folder
 
 
 @pytest.fixture(name="signer")
-def fixture_signer(pki):
-    return containers.Signer.load(pki / "p256-3")
+def fixture_signer(folder):
+    return containers.Signer.load(folder)
 
 
 @pytest.fixture(name="root")
-def fixture_root(pki):
-    return (pki / "root.pem").read_bytes()
+def fixture_root(folder):
+    return (folder / "root.pem").read_bytes()
 
 
 @pytest.fixture(name="bundles")
-def fixture_bundles(pki):
-    return {"WEB": [(pki / "payload" / f"{number:02}.der").read_bytes() for number in range(3)], "EMPTY": []}
+def fixture_bundles(folder):
+    return {"WEB": [(folder / f"{number}.der").read_bytes() for number in range(3)], "EMPTY": []}
 
 
 @pytest.mark.parametrize("sign", [containers.sign_with_cryptography, containers.sign_with_openssl])
@@ -50,13 +63,13 @@ def test_verify_refuses_a_chain_out_of_order(signer, root, bundles):
         containers.verify(containers.build(wrong, bundles), root)
 
 
-def test_verify_refuses_another_root_of_the_same_name(pki, signer, bundles):
+def test_verify_refuses_another_root_of_the_same_name(folder, signer, bundles):
     with pytest.raises(containers.ContainerError, match="issuing order"):
-        containers.verify(containers.build(signer, bundles), (pki / "other-root" / "same-name.pem").read_bytes())
+        containers.verify(containers.build(signer, bundles), (folder / "same-name.pem").read_bytes())
 
 
-def test_verify_with_openssl_tells_right_from_tampered(tmp_path, pki, signer, bundles):
+def test_verify_with_openssl_tells_right_from_tampered(folder, signer, bundles):
     text = containers.build(signer, bundles)
-    assert containers.verify_with_openssl(text, pki / "p256-3" / "chain.pem")
-    assert not containers.verify_with_openssl(containers.tampered(text), pki / "p256-3" / "chain.pem")
-    assert not containers.verify_with_openssl(text, pki / "p256-2" / "chain.pem")
+    assert containers.verify_with_openssl(text, folder / "chain.pem")
+    assert not containers.verify_with_openssl(containers.tampered(text), folder / "chain.pem")
+    assert not containers.verify_with_openssl(text, folder / "same-name.pem")

@@ -1,4 +1,4 @@
-"""Certificates for tests, made with Python's cryptography: none of the code under test has a hand in them."""
+"""Certificates for tests and for the bench, made with Python's cryptography: none of the code under test has a hand in them."""
 
 import datetime
 import ipaddress
@@ -7,7 +7,7 @@ import pathlib
 from cryptography import x509
 from cryptography.hazmat.primitives import hashes, serialization
 from cryptography.hazmat.primitives.asymmetric import ec, rsa
-from cryptography.x509.oid import NameOID
+from cryptography.x509.oid import AuthorityInformationAccessOID, NameOID
 
 DAY = datetime.timedelta(days=1)
 SIGNER_CN = "KALVIRON TSC Signer 1"
@@ -59,12 +59,12 @@ class Entity:
 
 
 def issue(subject, *, issuer=None, key=None, ca=True, ca_bit=True, key_ids=True, begin=None, end=None,
-          issuer_name=None, address=None, extensions=()):
+          issuer_name=None, extensions=()):
     """Issues a certificate for `subject` by `issuer`, or by itself.
 
     ca: a CA's key usage and basic constraints, otherwise a signer's; ca_bit False: a CA but for its CA bit.
     key_ids False: neither subject nor authority key identifier. issuer_name: what to write in place of the issuer's
-    own name. address: a server's IP address. extensions: further ones, each with whether it is critical.
+    own name. extensions: further ones, each with whether it is critical.
     """
     key = key or p256()
     issuer_key = issuer.key if issuer else key
@@ -85,12 +85,27 @@ def issue(subject, *, issuer=None, key=None, ca=True, ca_bit=True, key_ids=True,
         builder = builder.add_extension(x509.SubjectKeyIdentifier.from_public_key(key.public_key()), critical=False)
         authority = x509.AuthorityKeyIdentifier.from_issuer_public_key(issuer_key.public_key())
         builder = builder.add_extension(authority, critical=False)
-    if address is not None:
-        names = x509.SubjectAlternativeName([x509.IPAddress(ipaddress.ip_address(address))])
-        builder = builder.add_extension(names, critical=False)
     for extension, critical in extensions:
         builder = builder.add_extension(extension, critical=critical)
     return Entity(key, builder.sign(issuer_key, _hash_for(issuer_key)))
+
+
+def server_names(*, address=None, host=None):
+    """The extension with a server's IP address, its name, or both."""
+    names = [x509.DNSName(host)] if host else []
+    names += [x509.IPAddress(ipaddress.ip_address(address))] if address else []
+    return (x509.SubjectAlternativeName(names), False)
+
+
+def purpose(*object_identifiers):
+    """The extension with what the certificate may be used for."""
+    return (x509.ExtendedKeyUsage(object_identifiers), False)
+
+
+def responder(url):
+    """The extension with the place to ask for the certificate's revocation."""
+    access = x509.AccessDescription(AuthorityInformationAccessOID.OCSP, x509.UniformResourceIdentifier(url))
+    return (x509.AuthorityInformationAccess([access]), False)
 
 
 def _key_usage(ca):
