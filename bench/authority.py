@@ -1,4 +1,4 @@
-"""Certificates for tests and for the bench, made with Python's cryptography: none of the code under test has a hand in them."""
+"""Certificates for tests and bench, made with Python's cryptography: none of the code under test has a hand in them."""
 
 import datetime
 import ipaddress

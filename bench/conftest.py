@@ -6,6 +6,7 @@ import subprocess
 
 import pytest
 
+from bench.box import Bench
 from bench.log import EventLog
 
 SOURCE = pathlib.Path(__file__).resolve().parents[1]
@@ -48,3 +49,21 @@ def fixture_tools():
 @pytest.fixture(name="log")
 def fixture_log():
     return EventLog()
+
+
+@pytest.fixture(name="plain", scope="module")
+def fixture_plain(tmp_path_factory):
+    """A bench for the tests of one file, by HTTP, with a chain of three."""
+    with Bench(tmp_path_factory.mktemp("bench"), chain_length=3) as bench:
+        yield bench
+
+
+@pytest.fixture(name="bench")
+def fixture_bench(plain):
+    """The bench of this file, without what the test before told it."""
+    yield plain
+    plain.behave()
+    for member in ("signer", "ca-1", "ca-2"):
+        plain.unrevoke(member)
+    failed = [line for line in plain.log.lines() if "the bench failed" in line]
+    assert not failed

@@ -7,6 +7,7 @@ import base64
 import datetime
 import json
 import pathlib
+import re
 import subprocess
 import tempfile
 from dataclasses import dataclass
@@ -60,6 +61,15 @@ def encode(content):
 
 def decode(text):
     return base64.urlsafe_b64decode(text + "=" * (-len(text) % 4))
+
+
+def certificates(path):
+    """The certificates of a PEM file, each in DER. Raises OSError, and ValueError when there is none."""
+    blocks = re.findall(rb"-----BEGIN CERTIFICATE-----.*?-----END CERTIFICATE-----", pathlib.Path(path).read_bytes(),
+                        re.DOTALL)
+    if not blocks:
+        raise ValueError("no certificate")
+    return [x509.load_pem_x509_certificate(block).public_bytes(serialization.Encoding.DER) for block in blocks]
 
 
 def timestamp(moment=None, **offset):

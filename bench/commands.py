@@ -1,0 +1,153 @@
+"""What a running bench can be told: the command line of `bench.py tell`, and what each command does."""
+
+import argparse
+import pathlib
+
+from bench import containers
+from bench.misbehaviour import ENDPOINTS
+from bench.processes import BenchError
+
+WAIT_S = 60
+
+
+def _path(text):
+    """A path that means the same in the bench's process."""
+    return str(pathlib.Path(text).absolute())
+
+
+def add_commands(parser):
+    """Adds the commands to `tell`'s parser."""
+    commands = parser.add_subparsers(dest="command", required=True, metavar="COMMAND")
+
+    def add(name, text):
+        command = commands.add_parser(name, help=text, description=text)
+        command.add_argument("--json", action="store_true", help="answer in JSON")
+        return command
+
+    command = add("container", "offer a container for download")
+    command.add_argument("kind", choices=["new", "same", "old", "none", "file"],
+                         help="new; same (id and time of the present one); old (thirty days); none; file: as --file says")
+    command.add_argument("--id", help="its id in place of one made of its time")
+    command.add_argument("--bundle", action="append", default=[], metavar="NAME=FILE",
+                         help="the certificates of a PEM file for a bundle; again for more")
+    command.add_argument("--file", type=_path, help="offer this file as it is")
+    command = add("job", "publish a job")
+    command.add_argument("id", nargs="?", help="the container's id (default: of the offered one)")
+    command.add_argument("--payload", type=_path, metavar="FILE", help="publish this file as it is")
+    for name, text in (("revoke", "revoke a certificate: signer, ca-1 ..."), ("unrevoke", "make it good again"),
+                       ("forget", "the responder does not know it any more")):
+        add(name, text).add_argument("name")
+    command = add("misbehave", "serve an endpoint's connections badly")
+    command.add_argument("endpoint", choices=ENDPOINTS)
+    command.add_argument("name", help="a name that `bench.py misbehaviours` lists")
+    command.add_argument("--times", type=int, help="only the next N connections")
+    add("behave", "end a misbehaviour").add_argument("endpoint", nargs="?", choices=ENDPOINTS)
+    add("broker", "what becomes of mosquitto").add_argument("what", choices=["kill", "stop", "start", "restart"])
+    command = add("responder", "what becomes of a CA's openssl ocsp")
+    command.add_argument("ca", help="root, ca-1 ...")
+    command.add_argument("what", choices=["kill", "restart"])
+    command.add_argument("--signed-by", choices=["delegate", "issuer"], help="who signs from now on")
+    add("token", "another token, at the backend and in the unit's file").add_argument("token")
+    command = add("reports", "show the status reports of units")
+    command.add_argument("--wait", type=int, default=0, metavar="N", help="wait until there are N")
+    command.add_argument("--timeout", type=float, default=WAIT_S, metavar="S", help=f"for so long (default {WAIT_S})")
+    add("requests", "show the download requests of units")
+    add("status", "show addresses, processes, certificates and misbehaviours")
+    add("stop", "end the bench")
+
+
+def run(bench, told):
+    """Does what `told` (the parsed options as a dictionary) says; returns plain values. Raises BenchError."""
+    return _COMMANDS[told["command"]](bench, told)
+
+
+def _container(bench, told):
+    if (told["kind"] == "file") != bool(told["file"]):
+        raise BenchError("container file needs --file FILE, and nothing else takes it")
+    if told["kind"] == "file":
+        return {"container_id": bench.offer_text(_text(told["file"]), told["id"] or "FILE")}
+    bundles = _bundles(told["bundle"])
+    return {"container_id": bench.new_container(told["kind"], container_id=told["id"], bundles=bundles)}
+
+
+def _text(path):
+    try:
+        return pathlib.Path(path).read_text(encoding="ascii")
+    except (OSError, UnicodeDecodeError) as error:
+        raise BenchError(f"{path}: {error}") from None
+
+
+def _bundles(arguments):
+    bundles = {}
+    for argument in arguments:
+        name, equals, path = argument.partition("=")
+        if not equals:
+            raise BenchError(f"--bundle {argument}: not NAME=FILE")
+        try:
+            bundles.setdefault(name, []).extend(containers.certificates(path))
+        except (OSError, ValueError) as error:
+            raise BenchError(f"--bundle {argument}: {error}") from None
+    return bundles
+
+
+def _job(bench, told):
+    payload = pathlib.Path(told["payload"]).read_bytes() if told["payload"] else None
+    bench.publish_job(told["id"], payload=payload)
+    return {}
+
+
+def _misbehave(bench, told):
+    bench.misbehave(told["endpoint"], told["name"], told["times"])
+    return {}
+
+
+def _behave(bench, told):
+    bench.behave(told["endpoint"])
+    return {}
+
+
+def _broker(bench, told):
+    getattr(bench.broker, told["what"])()
+    return {"running": bench.broker.running()}
+
+
+def _responder(bench, told):
+    responder = bench.responders.get(told["ca"])
+    if responder is None:
+        raise BenchError(f"no CA '{told['ca']}'; there are {', '.join(bench.responders)}")
+    if told["what"] == "kill":
+        responder.kill()
+    else:
+        responder.restart(told["signed_by"])
+    return {}
+
+
+def _set_state(operation):
+    def command(bench, told):
+        getattr(bench, operation)(told["name"])
+        return bench.pki.states()
+    return command
+
+
+def _token(bench, told):
+    bench.set_token(told["token"])
+    return {}
+
+
+def _reports(bench, told):
+    reports = bench.wait_for_reports(told["wait"], told["timeout"])
+    return [record.as_json() for record in reports]
+
+
+def _requests(bench, _):
+    return [record.as_json() for record in bench.requests()]
+
+
+def _status(bench, _):
+    return bench.status()
+
+
+_COMMANDS = {"container": _container, "job": _job, "misbehave": _misbehave, "behave": _behave, "broker": _broker,
+             "responder": _responder, "token": _token, "reports": _reports, "requests": _requests, "status": _status,
+             "stop": lambda bench, _: {},
+             **{operation: _set_state(operation) for operation in ("revoke", "unrevoke", "forget")}}

@@ -1,0 +1,51 @@
+"""The OCSP endpoints: they pass each request on to the `openssl ocsp` of the CA that it means."""
+
+import collections
+
+from cryptography.x509 import ocsp
+
+from bench.messages import Response
+
+KEPT_CHECKS = 1000
+OCSP_TYPE = "application/ocsp-request"
+
+
+class OcspFront:
+    """One endpoint for all issuing CAs. Any thread."""
+
+    def __init__(self, pki, responders):
+        self.pki = pki
+        self._responders = responders
+        self._checks = collections.deque(maxlen=KEPT_CHECKS)
+
+    def checks(self):
+        """The names of the certificates asked for so far, oldest first."""
+        return list(self._checks)
+
+    def answer(self, request, _):
+        if request.method != "POST":
+            return Response(405), f"{request.method} -> 405"
+        if request.header("Content-Type") != OCSP_TYPE:
+            return Response(415), f"content type {request.header('Content-Type')} -> 415"
+        member, issuer, _ = self.subject_of(request)
+        self._checks.append(member or "unknown")
+        asked = f"POST about {member or 'an unknown certificate'} of {issuer.name if issuer else 'nobody'}"
+        if issuer is None:
+            return Response(404), f"{asked} -> 404"
+        try:
+            answer = self._responders[issuer.name].ask(request.raw)
+        except OSError:
+            answer = b""
+        if not answer:
+            return Response(as_it_came=b""), f"{asked} -> nothing: its responder does not run"
+        head, _, body = answer.partition(b"\r\n\r\n")
+        status = int(head.split(b" ")[1])
+        response = Response(status, [("Content-Type", "application/ocsp-response")], body, as_it_came=answer)
+        return response, f"{asked} -> {status} {len(body)} bytes"
+
+    def subject_of(self, request):
+        """(name, issuer, certificate) that a request is about, as far as they are known."""
+        try:
+            return self.pki.subject_of(ocsp.load_der_ocsp_request(request.body))
+        except ValueError:
+            return None, None, None
