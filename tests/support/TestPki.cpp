@@ -8,15 +8,11 @@
 
 namespace tests {
 
-namespace {
-
 std::string PkiPath(const std::string& path) {
   const char* folder = std::getenv("TSUC_TEST_PKI");
   if (folder == nullptr) throw std::runtime_error("TSUC_TEST_PKI is not set: run by ctest");
   return std::string(folder) + "/" + path;
 }
-
-}  // namespace
 
 std::string PkiText(const std::string& path) {
   std::ifstream file(PkiPath(path), std::ios::binary);

@@ -13,6 +13,9 @@ namespace tests {
 
 using Bytes = std::vector<std::uint8_t>;
 
+/// Where the file at `path` below the folder of the test certificates is, for other programs.
+[[nodiscard]] std::string PkiPath(const std::string& path);
+
 /// The bytes of the file at `path` below the folder of the test certificates.
 [[nodiscard]] Bytes PkiBytes(const std::string& path);
 [[nodiscard]] std::string PkiText(const std::string& path);
