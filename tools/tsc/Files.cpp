@@ -10,9 +10,9 @@ constexpr mode_t kFileMode = 0644;
 
 }  // namespace
 
-platform_host::Result<std::string> ReadWholeFile(const std::string& path) {
+platform_host::Result<std::string> ReadWholeFile(const std::string& path, std::size_t limit) {
   std::string contents;
-  const int error = support::ReadFile(path, kMaxFileBytes, contents);
+  const int error = support::ReadFile(path, limit, contents);
   if (error != 0) return platform_host::Error::OfErrno(error).WithContext(path);
   return contents;
 }

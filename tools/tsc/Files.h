@@ -11,11 +11,12 @@
 
 namespace tsc {
 
-/// The largest file that is read: far above any container.
+/// The largest container that is read: far above any real one.
 inline constexpr std::size_t kMaxFileBytes = std::size_t{256} * 1024 * 1024;
 
-/// The bytes of `path`. The error names the file; it tells a file above kMaxFileBytes too.
-[[nodiscard]] platform_host::Result<std::string> ReadWholeFile(const std::string& path);
+/// The bytes of `path`. The error names the file; it tells a file above `limit` bytes too.
+[[nodiscard]] platform_host::Result<std::string> ReadWholeFile(const std::string& path,
+                                                               std::size_t limit = kMaxFileBytes);
 
 /// Replaces `path` by a file with `bytes`, as a whole or not at all. Empty, or an error text that
 /// names the file.

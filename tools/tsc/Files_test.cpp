@@ -29,6 +29,11 @@ TEST_F(Files, FileAboveLimit_Refused) {
   EXPECT_EQ(ReadWholeFile(Path("file")).Failure().Text(), Path("file") + ": File too large");
 }
 
+TEST_F(Files, FileAboveALimitOfItsOwn_Refused) {
+  EXPECT_TRUE(ReadWholeFile(Write("file", "four"), 4).Ok());
+  EXPECT_EQ(ReadWholeFile(Path("file"), 3).Failure().Text(), Path("file") + ": File too large");
+}
+
 TEST_F(Files, Replace_HasNewContentAndReadableByAll) {
   Write("file", "old and longer");
   EXPECT_EQ(ReplaceWholeFile(Path("file"), "new"), "");

@@ -7,10 +7,10 @@
 
 #include "TruststoreUpdateClient/CommonNamePattern.h"
 #include "TruststoreUpdateClient/HSM.h"
-#include "TruststoreUpdateClient/PersistentFileStorageImpl.h"
 #include "TruststoreUpdateClient/SignerKeyBounds.h"
 #include "TruststoreUpdateClient/VerifiedPath.h"
 #include "tools/tsc/Certificates.h"
+#include "tools/tsc/ContainerId.h"
 #include "tools/tsc/Timestamps.h"
 #include "tools/tsc/UnitStore.h"
 
@@ -28,25 +28,10 @@ std::string Element(std::size_t index) {
   return "x5c[" + std::to_string(index) + "]: ";
 }
 
-// Units take names and ids as raw JSON text: an escape would arrive as written.
-bool NeedsEscape(std::string_view text) {
-  for (const char character : text) {
-    if (character == '"' || character == '\\' || static_cast<unsigned char>(character) < 0x20) {
-      return true;
-    }
-  }
-  return false;
-}
-
 void CheckHeader(const ContainerDraft& draft, Texts& objections) {
   if (draft.algorithm != "ES256") objections.push_back("alg: a unit takes ES256 only");
-  if (draft.id.empty()) objections.push_back("ContainerId: empty");
-  if (NeedsEscape(draft.id)) {
-    objections.push_back("ContainerId: has a character that JSON must escape");
-  }
-  constexpr std::size_t kMaxIdBytes = tuc::PersistentFileStorageImpl::kMaxFileBytes;
-  if (draft.id.size() > kMaxIdBytes) {
-    objections.push_back("ContainerId: more than " + std::to_string(kMaxIdBytes) + " bytes");
+  for (const auto& objection : IdObjections(draft.id)) {
+    objections.push_back("ContainerId: " + objection);
   }
   const std::uint32_t now = SecondsNow();
   const auto timestamp = ParseTimestamp(draft.timestamp, now);

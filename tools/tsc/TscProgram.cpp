@@ -8,6 +8,8 @@
 #include "tools/tsc/CreateCommand.h"
 #include "tools/tsc/ExitCode.h"
 #include "tools/tsc/InspectCommand.h"
+#include "tools/tsc/JobCommand.h"
+#include "tools/tsc/ReportCommand.h"
 #include "tools/tsc/SwitchesCommand.h"
 #include "tools/tsc/VerifyCommand.h"
 
@@ -27,6 +29,8 @@ using Action = std::function<int(std::ostream&, std::ostream&)>;
 struct Request {
   CreateOptions create;
   InspectOptions inspect;
+  JobOptions job;
+  ReportOptions report;
   SwitchesOptions switches;
   VerifyOptions verify;
   Action action;
@@ -117,6 +121,32 @@ void AddSwitches(CLI::App& app, Request& request) {
   });
 }
 
+void AddJob(CLI::App& app, Request& request) {
+  CLI::App& command =
+      *app.add_subcommand("job", "write the message that tells a unit which container to install");
+  command.add_option("--id", request.job.id, "the container's id")->required();
+  command.add_option("-o,--output", request.job.outputFile,
+                     "the file to write; - (default): standard output");
+  command.add_flag("--json", request.job.json, "tell of the file in JSON");
+  command.callback([&request] {
+    request.action = [&request](std::ostream& out, std::ostream& err) {
+      return RunJob(request.job, out, err);
+    };
+  });
+}
+
+void AddReport(CLI::App& app, Request& request) {
+  CLI::App& command = *app.add_subcommand("report", "show a unit's status report");
+  command.add_option("FILE", request.report.file,
+                     "the body of the report's request; - (default): standard input");
+  command.add_flag("--json", request.report.json, "show it in JSON");
+  command.callback([&request] {
+    request.action = [&request](std::ostream& out, std::ostream& err) {
+      return RunReport(request.report, out, err);
+    };
+  });
+}
+
 // The parser would only say that a command is missing.
 bool IsUnknownCommand(const CLI::App& app, const std::string& argument) {
   if (argument.empty() || argument.front() == '-') return false;
@@ -127,19 +157,24 @@ bool IsUnknownCommand(const CLI::App& app, const std::string& argument) {
 }
 
 int ParseAndRun(std::vector<std::string> arguments, std::ostream& out, std::ostream& err) {
-  CLI::App app("Trust store containers: make them, look into them, ask what a unit would say.",
-               "tsc");
+  CLI::App app(
+      "Trust store containers and the messages around them: make them, look into them, ask what a "
+      "unit would say.",
+      "tsc");
   app.require_subcommand(1);
   app.footer(kExitCodes);
   Request request;
   AddCreate(app, request);
   AddInspect(app, request);
   AddVerify(app, request);
+  AddJob(app, request);
+  AddReport(app, request);
   AddSwitches(app, request);
   try {
     if (!arguments.empty() && IsUnknownCommand(app, arguments.front())) {
       err << "tsc: " << arguments.front()
-          << ": no such command; there are create, inspect, verify and switches\n";
+          << ": no such command; there are create, inspect, verify, job, report and "
+             "switches\n";
       return kUsage;
     }
     std::reverse(arguments.begin(), arguments.end());

@@ -71,6 +71,15 @@ TEST_F(TscProgram, Switches_Shown) {
   EXPECT_THAT(out.str(), HasSubstr("\"TestModeEnabled\": true"));
 }
 
+TEST_F(TscProgram, JobAndReport_EachDone) {
+  EXPECT_EQ(Run({"job", "--id", "id-1"}), kDone);
+  EXPECT_EQ(out.str(), "\x0A\x04id-1");
+  EXPECT_EQ(Run({"job", "--id", "id-1", "--json", "-o", Path("job.bin")}), kDone);
+  EXPECT_EQ(Run({"report", "--json", Write("report", "\x08\x06")}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("\"name\": \"STATUS_CODE_TSC_ROLLBACK\""));
+  EXPECT_EQ(err.str(), "");
+}
+
 TEST_F(TscProgram, Help_OnStandardOutputWithExitCodes) {
   EXPECT_EQ(Run({"--help"}), kDone);
   EXPECT_THAT(out.str(), HasSubstr("Exit codes: 0 done;"));
@@ -87,6 +96,9 @@ TEST_F(TscProgram, WrongUsage_Two) {
       {"verify", "file"},
       {"switches", "--force"},
       {"inspect", "a", "b"},
+      {"job"},
+      {"job", "--id", "a", "--id", "b"},
+      {"report", "a", "b"},
   };
   for (const auto& arguments : cases) {
     err.str("");
@@ -112,7 +124,8 @@ TEST_F(TscProgram, AnswerThatCannotBeWritten_Three) {
 TEST_F(TscProgram, UnknownCommand_Named) {
   EXPECT_EQ(Run({"burn", "--help"}), kUsage);
   EXPECT_EQ(err.str(),
-            "tsc: burn: no such command; there are create, inspect, verify and switches\n");
+            "tsc: burn: no such command; there are create, inspect, verify, job, report and "
+            "switches\n");
 }
 
 TEST_F(TscProgram, CommandsOwnCode_PassedOn) {
