@@ -37,6 +37,16 @@ def make_parser():
         prog="bench.py", description="A backend in a box: certificates, OCSP responders, broker and HTTP(S) backend on "
         "loopback, which can misbehave.")
     subcommands = parser.add_subparsers(dest="action", required=True, metavar="COMMAND")
+    add_run(subcommands)
+    tell = subcommands.add_parser("tell", help="have a running bench do something, or ask it")
+    tell.add_argument("directory", metavar="DIR", help="the bench's directory")
+    commands.add_commands(tell)
+    listing = subcommands.add_parser("misbehaviours", help="list what `tell DIR misbehave` knows")
+    listing.add_argument("--json", action="store_true", help="in JSON")
+    return parser
+
+
+def add_run(subcommands):
     run = subcommands.add_parser("run", help="start everything and log what happens, until Ctrl-C or SIGTERM")
     run.add_argument("--directory", metavar="DIR", help="for keys, configuration and logs; certificates in it are kept "
                      "(default: a temporary one)")
@@ -44,17 +54,11 @@ def make_parser():
     run.add_argument("--client-certificate", action="store_true", help="and only with a client's certificate")
     run.add_argument("--mqtt-tls", action="store_true", help="the broker speaks TLS")
     run.add_argument("--mqtt-password", action="store_true", help="the broker wants user and password")
-    run.add_argument("--chain-length", type=int, default=2, metavar="N", help="certificates of the signer's chain, 1 to "
-                     "8 (default 2)")
+    run.add_argument("--chain-length", type=int, default=2, metavar="N",
+                     help="certificates of the signer's chain, 1 to 8 (default 2)")
     run.add_argument("--signed-by", choices=["delegate", "issuer"], default="delegate", help="who signs OCSP answers")
     run.add_argument("--first-port", type=int, default=0, metavar="PORT", help="five ports from here on (default: free "
                      "ones)")
-    tell = subcommands.add_parser("tell", help="have a running bench do something, or ask it")
-    tell.add_argument("directory", metavar="DIR", help="the bench's directory")
-    commands.add_commands(tell)
-    listing = subcommands.add_parser("misbehaviours", help="list what `tell DIR misbehave` knows")
-    listing.add_argument("--json", action="store_true", help="in JSON")
-    return parser
 
 
 def check_run(parser, options):

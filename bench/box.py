@@ -26,9 +26,10 @@ class Bench:
     """Certificates, OCSP responders, broker and backend on loopback, from `with` to its end.
 
     directory: where keys, configuration and logs go; certificates that are there are kept, so that a unit provisioned
-    once goes on. None: a temporary one, removed at the end. https, mqtt_tls, mqtt_password, client_certificate: what the
-    peers speak and ask for. chain_length: certificates of the signer's chain. signed_by: who signs OCSP answers,
-    "delegate" or "issuer". first_port: five ports from there on, in place of free ones. streams: take the log.
+    once goes on. None: a temporary one, removed at the end.
+    https, mqtt_tls, mqtt_password, client_certificate: what the peers speak and ask for.
+    chain_length: certificates of the signer's chain. signed_by: who signs OCSP answers, "delegate" or "issuer".
+    first_port: five ports from there on, in place of free ones. streams: take the log.
 
     Operations may be called from any thread, those that start and stop processes from one at a time.
     """

@@ -17,7 +17,6 @@ ATTEMPTS = 10
 PUBLISH_S = 20
 STORE_S = 10
 JOB_TOPIC = "RUNA-TruststoreUpdate.CTTSCJobKORB1"
-REPORT_TOPIC = "RUNA-TruststoreReport.CTTSCReportVersionKORB1"
 USERNAME = "bench"
 PASSWORD = "bench-password"
 
@@ -105,9 +104,9 @@ class Broker:
         return client
 
     def _write_configuration(self, port):
-        lines = [f"user {getpass.getuser()}", f"listener {port} 127.0.0.1", "log_type all", "log_timestamp_format %H:%M:%S",
-                 "persistence true", f"persistence_location {self._folder}/", "persistence_file mosquitto.db",
-                 "autosave_on_changes true", "autosave_interval 1"]
+        lines = [f"user {getpass.getuser()}", f"listener {port} 127.0.0.1", "log_type all",
+                 "log_timestamp_format %H:%M:%S", "persistence true", f"persistence_location {self._folder}/",
+                 "persistence_file mosquitto.db", "autosave_on_changes true", "autosave_interval 1"]
         if self.tls:
             self._pki.server_context()
             lines += [f"cafile {self._pki.path('server-ca')}", f"certfile {self._pki.path('server')}",

@@ -1,6 +1,5 @@
 """What a running bench can be told: the command line of `bench.py tell`, and what each command does."""
 
-import argparse
 import pathlib
 
 from bench import containers
@@ -24,9 +23,16 @@ def add_commands(parser):
         command.add_argument("--json", action="store_true", help="answer in JSON")
         return command
 
+    _add_containers(add)
+    _add_trouble(add)
+    _add_questions(add)
+    add("stop", "end the bench")
+
+
+def _add_containers(add):
     command = add("container", "offer a container for download")
-    command.add_argument("kind", choices=["new", "same", "old", "none", "file"],
-                         help="new; same (id and time of the present one); old (thirty days); none; file: as --file says")
+    command.add_argument("kind", choices=["new", "same", "old", "none", "file"], help="new; same (id and time of the "
+                         "present one); old (thirty days); none; file: as --file says")
     command.add_argument("--id", help="its id in place of one made of its time")
     command.add_argument("--bundle", action="append", default=[], metavar="NAME=FILE",
                          help="the certificates of a PEM file for a bundle; again for more")
@@ -34,6 +40,10 @@ def add_commands(parser):
     command = add("job", "publish a job")
     command.add_argument("id", nargs="?", help="the container's id (default: of the offered one)")
     command.add_argument("--payload", type=_path, metavar="FILE", help="publish this file as it is")
+    add("token", "another token, at the backend and in the unit's file").add_argument("token")
+
+
+def _add_trouble(add):
     for name, text in (("revoke", "revoke a certificate: signer, ca-1 ..."), ("unrevoke", "make it good again"),
                        ("forget", "the responder does not know it any more")):
         add(name, text).add_argument("name")
@@ -47,13 +57,14 @@ def add_commands(parser):
     command.add_argument("ca", help="root, ca-1 ...")
     command.add_argument("what", choices=["kill", "restart"])
     command.add_argument("--signed-by", choices=["delegate", "issuer"], help="who signs from now on")
-    add("token", "another token, at the backend and in the unit's file").add_argument("token")
+
+
+def _add_questions(add):
     command = add("reports", "show the status reports of units")
     command.add_argument("--wait", type=int, default=0, metavar="N", help="wait until there are N")
     command.add_argument("--timeout", type=float, default=WAIT_S, metavar="S", help=f"for so long (default {WAIT_S})")
     add("requests", "show the download requests of units")
     add("status", "show addresses, processes, certificates and misbehaviours")
-    add("stop", "end the bench")
 
 
 def run(bench, told):

@@ -23,8 +23,8 @@ class Scene:
 class Endpoint:
     """One listening port of 127.0.0.1, each connection on a thread of its own. Any thread.
 
-    Connections wait until `start`. service: what answers. service.answer(request, behaviour) returns the response and words for the log; `behaviour` is
-    the name of the misbehaviour that the response is going to meet, or None.
+    Connections wait until `start`. service: what answers. service.answer(request, behaviour) returns the response and
+    words for the log; `behaviour` is the name of the misbehaviour that the response is going to meet, or None.
     tls: the context to serve HTTPS with, or None for HTTP.
     """
 

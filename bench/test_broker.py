@@ -33,6 +33,14 @@ def test_job_sent_while_the_unit_is_away_survives_a_killed_broker(bench, tools):
     assert decoded == b'container_id: "id-7"\n'
 
 
+def test_job_that_was_published_is_on_disk(bench, tools):
+    subscribe(tools, bench, "-E")
+    for number in range(10):
+        bench.publish_job(f"stored-{number}")
+        assert f"stored-{number}".encode() in (bench.directory / "mosquitto.db").read_bytes()
+    subscribe(tools, bench, "-C", "10")
+
+
 def test_job_without_an_id_is_for_the_offered_container(bench, tools):
     subscribe(tools, bench, "-E")
     bench.publish_job()

@@ -5,6 +5,8 @@ import json
 import os
 import pathlib
 import re
+import socket
+import ssl
 import time
 
 import pytest
@@ -151,6 +153,28 @@ def test_http_misbehaviours_are_the_same_by_tls(https, tools):
         assert (code, status) == SEEN[name][:2], name
 
 
+def test_good_answer_ends_with_a_word_of_tls_and_a_cut_one_without(https):
+    context = ssl.create_default_context(cafile=https.pki.path("server-ca"))
+    context.options &= ~ssl.OP_IGNORE_UNEXPECTED_EOF
+    for name, goodbye in (("status-500", True), ("cut-in-status", False)):
+        https.misbehave(DOWNLOAD, name, times=1)
+        address = ("127.0.0.1", https.endpoints[DOWNLOAD].port)
+        with socket.create_connection(address, 10) as plain:
+            with context.wrap_socket(plain, server_hostname=address[0], suppress_ragged_eofs=False) as connection:
+                connection.sendall(b"POST / HTTP/1.1\r\nContent-Length: 0\r\n\r\n")
+                assert ends_well(connection) == goodbye, name
+
+
+def ends_well(connection):
+    """Whether everything until the end can be read."""
+    try:
+        while connection.recv(65536):
+            pass
+    except ssl.SSLError:
+        return False
+    return True
+
+
 def test_old_tls_is_what_it_says(https, tools):
     https.misbehave(DOWNLOAD, "tls-1.0", times=1)
     port = https.endpoints[DOWNLOAD].port
@@ -182,7 +206,8 @@ def test_container_is_as_bad_as_its_name(bench, tools, tmp_path, name):
     tsc = pathlib.Path(os.environ.get("TSUC_BUILD_DIR", SOURCE / "build" / "release")) / "bin" / "tsc"
     path = container_of(tools, bench, name, tmp_path)
     yesterday = ["--installed-id", "id", "--installed-timestamp", int(time.time()) - 86400]
-    done = tools.run(tsc, "verify", "--json", "--root", bench.root_path, "--ocsp", "good", *yesterday, path, check=False)
+    done = tools.run(tsc, "verify", "--json", "--root", bench.root_path, "--ocsp", "good", *yesterday, path,
+                     check=False)
     assert json.loads(done.stdout)["status"] == UNITS_ANSWER[name]
 
 

@@ -14,6 +14,13 @@ def ask(tools, bench, member="signer", issuer="ca-1", endpoint="mod-ocsp"):
     return (done.stderr + done.stdout).decode()
 
 
+def request_file(tools, bench):
+    """A request about the signer, made by openssl."""
+    path = bench.directory / "request.der"
+    tools.run("openssl", "ocsp", "-issuer", bench.pki.path("ca-1"), "-cert", bench.pki.path("signer"), "-reqout", path)
+    return path
+
+
 @pytest.mark.parametrize("member, issuer", [("signer", "ca-1"), ("ca-1", "ca-2"), ("ca-2", "root")])
 def test_each_certificate_is_good_at_any_endpoint(bench, tools, member, issuer):
     for endpoint in ("ocsp", "mod-ocsp"):
@@ -56,8 +63,7 @@ def test_killed_responder_answers_nothing_until_it_is_back(bench, tools):
 
 
 def test_answer_is_openssls_own_byte_for_byte(bench, tools):
-    request = bench.directory / "request.der"
-    tools.run("openssl", "ocsp", "-issuer", bench.pki.path("ca-1"), "-cert", bench.pki.path("signer"), "-reqout", request)
+    request = request_file(tools, bench)
     code, output = tools.curl("-i", "-H", "Content-Type: application/ocsp-request", "--data-binary", f"@{request}",
                               bench.url("ocsp"))
     assert code == 0
@@ -102,8 +108,7 @@ def test_bad_answer_is_what_openssl_says_it_is(bench, tools, name):
 
 
 def test_big_answer_is_above_the_bound(bench, tools):
-    request = bench.directory / "request.der"
-    tools.run("openssl", "ocsp", "-issuer", bench.pki.path("ca-1"), "-cert", bench.pki.path("signer"), "-reqout", request)
+    request = request_file(tools, bench)
     bench.misbehave("ocsp", "ocsp-big")
     _, body = tools.curl("-H", "Content-Type: application/ocsp-request", "--data-binary", f"@{request}",
                          bench.url("ocsp"))
