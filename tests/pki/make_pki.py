@@ -21,6 +21,7 @@ import costly
 import hostile
 import ocsp
 import payload
+import tls
 
 STAMP = "made-by"
 SCRIPTS = (SOURCE / "bench" / "authority.py", *sorted(HERE.glob("*.py")))
@@ -51,6 +52,7 @@ def make(out):
         costly.write_all(fresh / "costly", fresh / "p256-3" / "root.pem")
         payload.write_all(fresh / "payload")
         ocsp.write_all(fresh / "ocsp")
+        tls.write_all(fresh / "tls")
         (fresh / STAMP).write_text(script_version())
         if out.exists():
             out.rename(pathlib.Path(temporary) / "old")

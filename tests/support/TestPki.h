@@ -13,7 +13,8 @@ namespace tests {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Where the file at `path` below the folder of the test certificates is, for other programs.
+/// The path of `path` in the folder of the test certificates. Throws std::runtime_error when the
+/// environment names none.
 [[nodiscard]] std::string PkiPath(const std::string& path);
 
 /// The bytes of the file at `path` below the folder of the test certificates.

@@ -71,18 +71,19 @@ bool RelayedExchange::TakeFromClient(RelayBuffer& buffer) {
 /// A peer that takes no more may still have given its answer, and must be heard: a refusal of a
 /// long request comes this way.
 bool RelayedExchange::GiveToPeer() {
-  if (request.empty()) return true;
-  const StreamStep step = peerStream->Write(request.data(), request.size());
-  if (step.outcome == Outcome::kWait) {
-    requestEvents = step.events;
-    return false;
-  }
-  if (step.outcome == Outcome::kMoved) {
+  while (!request.empty()) {
+    const StreamStep step = peerStream->Write(request.data(), request.size());
+    if (step.outcome == Outcome::kWait) {
+      requestEvents = step.events;
+      return false;
+    }
+    if (step.outcome != Outcome::kMoved) {
+      peerTakes = false;
+      request.clear();
+      break;
+    }
     request.erase(request.begin(), request.begin() + static_cast<std::ptrdiff_t>(step.bytes));
-    return true;
   }
-  peerTakes = false;
-  request.clear();
   return true;
 }
 
