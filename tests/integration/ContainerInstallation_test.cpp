@@ -155,9 +155,7 @@ TEST_F(ContainerInstallation, Status5_RevocationThatCannotBeChecked) {
                   kInTime,
                   kOnAnEmptyUnit,
                   kTrusted,
-                  {"error: ERROR: No OCSP connection: the certificates cannot be checked for "
-                   "revocation!",
-                   "error: OCSP check FAILED"}}),
+                  {"error: ERROR: There is no OCSP connection!", "error: OCSP check FAILED"}}),
             log.Lines());
   ExpectStoreUntouched();
 }
