@@ -46,8 +46,8 @@ bool ExpectName(SSL* session, const std::string& name) {
 
 }  // namespace
 
-void TlsStream::FreeSession::operator()(ssl_st* session) const {
-  ::SSL_free(session);
+void TlsStream::FreeSession::operator()(ssl_st* owned) const {
+  ::SSL_free(owned);
 }
 
 TlsStream::TlsStream(support::UniqueFd peer, const TlsContext& context)

@@ -42,7 +42,7 @@ class TlsStream : public PeerStream {
 
  private:
   struct FreeSession {
-    void operator()(ssl_st* session) const;
+    void operator()(ssl_st* owned) const;
   };
 
   TlsStream(support::UniqueFd peer, const TlsContext& context);
