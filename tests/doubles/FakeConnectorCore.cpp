@@ -1,10 +1,8 @@
 #include "tests/doubles/FakeConnectorCore.h"
 
-#include <pthread.h>
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <csignal>
 
 namespace tests {
 namespace {
@@ -34,15 +32,8 @@ void FakeConnectorCore::SetCurrent(std::shared_ptr<FakeConnectorCore> core) {
   current.core = std::move(core);
 }
 
-FakeConnectorCore::FakeConnectorCore() {
-  // Signals of the process are for the threads of the test.
-  sigset_t all;
-  sigset_t before;
-  ::sigfillset(&all);
-  ::pthread_sigmask(SIG_SETMASK, &all, &before);
-  callbacks = std::thread([this] { RunCallbacks(); });
-  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
+FakeConnectorCore::FakeConnectorCore()
+    : callbacks(StartThread("FakeConnector", [this] { RunCallbacks(); })) {}
 
 void FakeConnectorCore::Post(Event event) {
   const support::MutexLock lock(mutex);
@@ -110,7 +101,6 @@ void FakeConnectorCore::End() {
 }
 
 void FakeConnectorCore::RunCallbacks() {
-  ::pthread_setname_np(::pthread_self(), "FakeConnector");
   Event event;
   Listeners listeners;
   while (NextEvent(event, listeners)) {

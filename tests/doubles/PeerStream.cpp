@@ -26,9 +26,9 @@ std::size_t BodyLength(const std::string& header) {
   return std::strtoul(header.c_str() + name + kLengthName.size(), nullptr, 10);
 }
 
-/// A thread that no signal of the process ends up in.
-template <typename Action>
-std::thread StartThread(const char* name, Action action) {
+}  // namespace
+
+std::thread StartThread(const char* name, const std::function<void()>& action) {
   sigset_t all;
   sigset_t before;
   ::sigfillset(&all);
@@ -41,14 +41,10 @@ std::thread StartThread(const char* name, Action action) {
   return thread;
 }
 
-}  // namespace
-
 bool PeerStream::ReadMore(std::string& bytes, std::size_t limit) {
   if (!stream.IsOpen()) return false;
   std::array<char, 65536> piece;
-  pollfd waiting{stream.Get(), POLLIN, 0};
-  const auto deadline = std::chrono::milliseconds(kDeadline).count();
-  if (::poll(&waiting, 1, static_cast<int>(deadline)) <= 0) return false;
+  if (!WaitForBytes(kDeadline)) return false;
   const ssize_t count = ::read(stream.Get(), piece.data(), std::min(limit, piece.size()));
   if (count <= 0) return false;
   bytes.append(piece.data(), static_cast<std::size_t>(count));
@@ -83,6 +79,11 @@ bool PeerStream::Send(std::string_view bytes) {
   return true;
 }
 
+bool PeerStream::WaitForBytes(std::chrono::milliseconds time) {
+  pollfd waiting{stream.Get(), POLLIN, 0};
+  return ::poll(&waiting, 1, static_cast<int>(time.count())) > 0;
+}
+
 bool PeerStream::WaitUntilRead() {
   const auto deadline = std::chrono::steady_clock::now() + kDeadline;
   for (int unread = 1; unread > 0; std::this_thread::yield()) {
@@ -97,6 +98,12 @@ bool PeerStream::SendInPieces(std::string_view bytes, std::size_t size) {
     if (!Send(bytes.substr(0, size)) || !WaitUntilRead()) return false;
   }
   return true;
+}
+
+void PeerStream::SendSlowly(std::string_view bytes, std::chrono::milliseconds pause) {
+  for (; !bytes.empty() && Send(bytes.substr(0, 1)); bytes.remove_prefix(1)) {
+    if (WaitForBytes(pause)) return;  // the client has closed: it sends nothing more
+  }
 }
 
 void PeerStream::SendForever(std::string_view bytes) {
@@ -122,6 +129,11 @@ void PeerStream::Reset() {
 void PeerStream::WaitForClose() {
   std::string thrownAway;
   while (ReadMore(thrownAway, SIZE_MAX)) thrownAway.clear();
+}
+
+void PeerStream::WaitForHangUp() {
+  pollfd waiting{stream.Get(), POLLRDHUP, 0};
+  ::poll(&waiting, 1, static_cast<int>(std::chrono::milliseconds(kDeadline).count()));
 }
 
 void PeerStream::Interrupt() {

@@ -40,6 +40,9 @@ class PeerStream {
   /// over TCP: after its system has it). Returns false when the client has gone.
   bool SendInPieces(std::string_view bytes, std::size_t size);
 
+  /// Sends byte after byte with a pause between until the client has gone.
+  void SendSlowly(std::string_view bytes, std::chrono::milliseconds pause);
+
   /// Sends `bytes` again and again until the client has gone.
   void SendForever(std::string_view bytes);
 
@@ -56,6 +59,9 @@ class PeerStream {
   /// Waits until the client has closed its end; what it sends until then is thrown away.
   void WaitForClose();
 
+  /// As WaitForClose, but reads nothing.
+  void WaitForHangUp();
+
   /// Ends every wait of the script, now and later.
   void Interrupt() EXCLUDES(mutex);
 
@@ -67,10 +73,16 @@ class PeerStream {
   bool ReadMore(std::string& bytes, std::size_t limit);
   bool WaitUntilRead();
 
+  /// Waits until there is something to read, or for `time`.
+  bool WaitForBytes(std::chrono::milliseconds time);
+
   mutable support::Mutex mutex;  ///< held while the descriptor is closed or shut down, too
   support::UniqueFd stream;      ///< changed by the script's thread only, under the mutex
   std::vector<std::string> requests GUARDED_BY(mutex);
 };
+
+/// A thread called `name` that runs `action` and gets no signal of the process.
+[[nodiscard]] std::thread StartThread(const char* name, const std::function<void()>& action);
 
 /// What a peer does with its stream; whatever it leaves open is closed when it returns.
 using PeerScript = std::function<void(PeerStream&)>;

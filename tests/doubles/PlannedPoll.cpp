@@ -2,6 +2,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace tests {
@@ -26,7 +27,8 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {  // NOLINT
     result = plan.results.front();
     plan.results.pop_front();
   }
-  if (!result) return __real_poll(descriptors, count, timeout);
+  if (!result)
+    return __real_poll(descriptors, count, std::min(timeout, plan.longest.value_or(timeout)));
   if (*result < 0) errno = EINTR;
   return *result;
 }

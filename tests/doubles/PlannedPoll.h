@@ -19,6 +19,9 @@ struct PlannedPoll {
   /// EINTR). None, and whatever comes after the last: what the system says.
   std::deque<std::optional<int>> results;
 
+  /// No call waits longer than so many milliseconds; none: as long as it asks for.
+  std::optional<int> longest;
+
   /// The plan of this thread.
   static PlannedPoll& OfThread();
 };
