@@ -51,10 +51,12 @@ std::uint32_t ToTimestamp(const std::string& text) {
 HSM::Collaborators OnTheUnit(const std::shared_ptr<lumo_connector::LumoConnector>& connector) {
   HSM::Collaborators collaborators{ostra::tee::TrustStoreUpdateAPI::get_instance(),
                                    PersistentFileStorage()};
-  collaborators.ocspConnection = std::make_shared<OcspConnection>(connector);
-  collaborators.invocationUrl = [connector](const std::string& operationTypeId) {
-    return connector->GetInvocationUrl(operationTypeId);
-  };
+  if (connector) {
+    collaborators.ocspConnection = std::make_shared<OcspConnection>(connector);
+    collaborators.invocationUrl = [connector](const std::string& operationTypeId) {
+      return connector->GetInvocationUrl(operationTypeId);
+    };
+  }
   collaborators.switches.emplace();
   return collaborators;
 }

@@ -1,87 +1,21 @@
-#include <gmock/gmock.h>
-
-#include <fstream>
-#include <future>
+#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 
-#include "TruststoreUpdateClient/ContainerHandler.h"
-#include "TruststoreUpdateClient/HSM.h"
-#include "platform/host/csc_logging/CapturedLog.h"
-#include "tests/doubles/FakeOcspConnection.h"
-#include "tests/doubles/FakeRecords.h"
-#include "tests/doubles/FakeTrustStore.h"
-#include "tests/support/Deadline.h"
-#include "tests/support/TemporaryDirectory.h"
-#include "tests/support/TestPki.h"
+#include "tests/support/Files.h"
+#include "tests/support/FreshUnit.h"
+#include "tests/support/HSMOcspTest.h"
 
 namespace truststore_update_client {
 namespace {
 
+using namespace std::string_literals;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using Texts = std::vector<std::string>;
 using Bytes = ::tests::Bytes;
 
-const std::string kTop = "RUNA-TruststoreOCSP.COOCSPRequest";
-const std::string kBelow = "RUNA-TruststoreOCSP.COModOCSPRequest";
-
-class HSMOcspValidationTest : public ::testing::Test {
- protected:
-  HSMOcspValidationTest() { trustStore->Provision("ZORA", ::tests::PkiText("p256-3/root.pem")); }
-
-  // As on a unit in the field.
-  HSM::Collaborators FieldCollaborators() {
-    HSM::Collaborators collaborators{
-        trustStore, PersistentFileStorage(std::make_shared<::tests::FakeRecords>())};
-    collaborators.containerIdFile = directory.Path() + "/id";
-    collaborators.timestampFile = directory.Path() + "/timestamp";
-    collaborators.ocspConnection = responder;
-    collaborators.invocationUrl = [this](const std::string& operationTypeId) {
-      if (onUrl) onUrl();
-      return lumo_connector::SCUrlResult{urlStatus, operationTypeId, "http://" + operationTypeId};
-    };
-    return collaborators;
-  }
-
-  // With waits that no test outlives.
-  HSM::Collaborators Collaborators() {
-    HSM::Collaborators collaborators = FieldCollaborators();
-    collaborators.ocspRetryInterval = std::chrono::hours(1);
-    collaborators.testabilityPause = std::chrono::hours(1);
-    return collaborators;
-  }
-
-  // The lines of one validation.
-  Texts Validate(HSM& hsm, const std::string& chain, int expected) {
-    log.Clear();
-    EXPECT_EQ(expected, hsm.X5COcspValidation(::tests::Chain(chain)));
-    return log.Lines();
-  }
-
-  Texts Validate(const std::string& chain, int expected) {
-    HSM::Collaborators collaborators = Collaborators();
-    collaborators.ocspRetryInterval = std::chrono::seconds(0);
-    HSM hsm(std::move(collaborators));
-    return Validate(hsm, chain, expected);
-  }
-
-  // Switches as a tester sets them.
-  development_tools::DevelopmentTools RetryTestMode() const {
-    const std::string file = directory.Path() + "/config.cfg";
-    std::ofstream(file) << "ConnectionRetryTestMode = true\n";
-    return development_tools::DevelopmentTools(file);
-  }
-
-  const ::tests::TemporaryDirectory directory;
-  const std::shared_ptr<::tests::FakeTrustStore> trustStore =
-      std::make_shared<::tests::FakeTrustStore>();
-  const std::shared_ptr<::tests::FakeOcspConnection> responder =
-      std::make_shared<::tests::FakeOcspConnection>();
-  std::int32_t urlStatus = 1;
-  std::function<void()> onUrl;
-  platform_host::CapturedLog log;
-};
+class HSMOcspValidationTest : public ::tests::HSMOcspTest {};
 
 Bytes Der(const Botan::X509_Certificate& certificate) {
   return certificate.BER_encode();
@@ -89,9 +23,9 @@ Bytes Der(const Botan::X509_Certificate& certificate) {
 
 TEST_F(HSMOcspValidationTest, EveryCertificate_IsAskedForFromTheTopToTheLeaf) {
   EXPECT_THAT(Validate("p256-3", 0),
-              ElementsAre("info: Got URL for '" + kTop + "'", "info: OCSP Check 1 Passed.",
-                          "info: Got URL for '" + kBelow + "'", "info: OCSP Check 2 Passed.",
-                          "info: Got URL for '" + kBelow + "'", "info: OCSP Check 3 Passed.",
+              ElementsAre("info: Got URL for '"s + kTop + "'", "info: OCSP Check 1 Passed.",
+                          "info: Got URL for '"s + kBelow + "'", "info: OCSP Check 2 Passed.",
+                          "info: Got URL for '"s + kBelow + "'", "info: OCSP Check 3 Passed.",
                           "info: All OCSP checks Passed"));
   const auto chain = ::tests::Chain("p256-3");
   const Bytes root = Der(::tests::Certificate("p256-3/root.pem"));
@@ -108,7 +42,7 @@ TEST_F(HSMOcspValidationTest, EveryCertificate_IsAskedForFromTheTopToTheLeaf) {
 
 TEST_F(HSMOcspValidationTest, ChainOfOne_IsAskedForOnceAgainstTheRoot) {
   EXPECT_THAT(Validate("p256-1", 0),
-              ElementsAre("info: Got URL for '" + kTop + "'", "info: OCSP Check 1 Passed.",
+              ElementsAre("info: Got URL for '"s + kTop + "'", "info: OCSP Check 1 Passed.",
                           "info: All OCSP checks Passed"));
   ASSERT_EQ(1U, responder->questions.size());
   EXPECT_EQ(Der(::tests::Certificate("p256-1/root.pem")), responder->questions[0].issuer);
@@ -117,8 +51,8 @@ TEST_F(HSMOcspValidationTest, ChainOfOne_IsAskedForOnceAgainstTheRoot) {
 TEST_F(HSMOcspValidationTest, FailureOfTheSecondCheck_EndsTheWalk) {
   responder->results = {0, 1};
   EXPECT_THAT(Validate("p256-3", 1),
-              ElementsAre("info: Got URL for '" + kTop + "'", "info: OCSP Check 1 Passed.",
-                          "info: Got URL for '" + kBelow + "'", "info: OCSP Check 2 Failed.",
+              ElementsAre("info: Got URL for '"s + kTop + "'", "info: OCSP Check 1 Passed.",
+                          "info: Got URL for '"s + kBelow + "'", "info: OCSP Check 2 Failed.",
                           "error: OCSP check FAILED"));
   EXPECT_EQ(2U, responder->questions.size());
 }
@@ -134,8 +68,8 @@ TEST_F(HSMOcspValidationTest, ResultsOtherThanThree_AreFinal) {
 
 TEST_F(HSMOcspValidationTest, ExchangeThatIsNotCompleted_IsTriedAgainUntilThatChanges) {
   responder->results = {3, 3, 0, 3, 1};
-  const std::string url = "info: Got URL for '" + kTop + "'";
-  const std::string below = "info: Got URL for '" + kBelow + "'";
+  const std::string url = "info: Got URL for '"s + kTop + "'";
+  const std::string below = "info: Got URL for '"s + kBelow + "'";
   EXPECT_THAT(Validate("p256-2", 1),
               ElementsAre(url, "info: OCSP Check 1 Failed.", "error: Retrying in 0 seconds...",  //
                           url, "info: OCSP Check 1 Failed.", "error: Retrying in 0 seconds...",  //
@@ -160,7 +94,7 @@ TEST_F(HSMOcspValidationTest, RetryInterval_IsThirtySeconds) {
 TEST_F(HSMOcspValidationTest, AddressThatIsNotConfigured_LeavesTheCheckAnEmptyOne) {
   urlStatus = 2;
   EXPECT_THAT(Validate("p256-1", 0),
-              ElementsAre("error: Failed to get the URL for '" + kTop + "', status=2",
+              ElementsAre("error: Failed to get the URL for '"s + kTop + "', status=2",
                           "info: OCSP Check 1 Passed.", "info: All OCSP checks Passed"));
   EXPECT_EQ("", responder->questions.at(0).url);
 }
@@ -207,7 +141,7 @@ TEST_F(HSMOcspValidationTest, EmptyChain_Fails) {
 
 TEST_F(HSMOcspValidationTest, ExceptionOfACheck_FailsTheValidation) {
   responder->onCheck = [] { throw std::runtime_error("out of order"); };
-  EXPECT_THAT(Validate("p256-1", 1), ElementsAre("info: Got URL for '" + kTop + "'",
+  EXPECT_THAT(Validate("p256-1", 1), ElementsAre("info: Got URL for '"s + kTop + "'",
                                                  "error: ERROR: OCSP check ended: out of order",
                                                  "error: OCSP check FAILED"));
 }
@@ -220,191 +154,40 @@ TEST_F(HSMOcspValidationTest, WithoutAnybodyToAsk_Fails) {
                                                       "error: OCSP check FAILED"));
 }
 
-// What main does to a validation at work on another thread, and when.
-class HSMOcspStopTest : public HSMOcspValidationTest {
- protected:
-  // Runs a validation of "p256-1" on a thread of its own; `request` runs here as soon as the first
-  // check is over, which is when the wait for the next begins. Returns the validation's result.
-  int ValidateAndThen(const std::function<void()>& request) {
-    std::promise<void> checked;
-    bool isFirst = true;
-    responder->onCheck = [&checked, &isFirst] {
-      if (isFirst) checked.set_value();
-      isFirst = false;
-    };
-    int result = -1;
-    log.Clear();
-    auto ended = std::async(std::launch::async, [this, &result] {
-      result = hsm.X5COcspValidation(::tests::Chain("p256-1"));
-    });
-    checked.get_future().wait();
-    request();
-    const bool inTime = ended.wait_for(::tests::kDeadline) == std::future_status::ready;
-    EXPECT_TRUE(inTime) << "the wait went on";
-    if (!inTime) hsm.DisableUpdateRetries(true);
-    ended.wait();
-    return result;
-  }
-
-  HSM hsm{Collaborators()};
-};
-
-TEST_F(HSMOcspStopTest, DisabledBefore_MakesOneAttemptOnly) {
+// The lines of a validation by what the constructor for units puts together; one attempt is made.
+Texts LinesOnAUnit(const std::shared_ptr<lumo_connector::LumoConnector>& connector) {
+  const std::string factory = "/var/lib/truststore-update-client/trust-store/factory";
+  ::setenv("TSUC_HOST_CONFIG", "/run/absent.toml", 1);
+  std::filesystem::create_directories(factory);
+  ::tests::WriteText(factory + "/ZORA.pem", ::tests::PkiText("ocsp/responder/issuer.pem"));
+  HSM hsm(connector);
   hsm.DisableUpdateRetries(true);
-  responder->results = {3, 0};
-  EXPECT_THAT(Validate(hsm, "p256-1", 1),
-              ElementsAre("info: Got URL for '" + kTop + "'", "info: OCSP Check 1 Failed.",
-                          "error: OCSP check FAILED"));
-  EXPECT_EQ(1U, responder->questions.size());
+  const platform_host::CapturedLog log;
+  EXPECT_EQ(1, hsm.X5COcspValidation({::tests::Certificate("ocsp/good.der")}));
+  return log.Lines();
 }
 
-TEST_F(HSMOcspStopTest, DisabledDuringACheck_EndsTheLoopAfterIt) {
-  responder->onCheck = [this] { hsm.DisableUpdateRetries(true); };
-  responder->results = {3, 0};
-  (void)Validate(hsm, "p256-1", 1);
-  EXPECT_EQ(1U, responder->questions.size());
+using HSMOcspOnAUnit = ::tests::HSMOcspTest;
+
+TEST_F(HSMOcspOnAUnit, Checks_GoOverTheConnector) {
+  ::tests::RunOnFreshUnit([] {
+    EXPECT_THAT(LinesOnAUnit(std::make_shared<lumo_connector::LumoConnector>(nullptr)),
+                ElementsAre("error: Failed to get the URL for '"s + kTop + "', status=2",
+                            "info: OCSP Responder URL: http://ocsp.invalid/ask",
+                            "info: HttpConnection: Connecting to :0",
+                            "error: libLumoConnectorShared: cannot connect to :0 for "s + kTop +
+                                ": there is no session",
+                            "error: HttpConnection: Connection not established. Status: 107",
+                            "error: HttpConnection: Connection failed!",
+                            "info: OCSP Check 1 Failed.", "error: OCSP check FAILED"));
+  });
 }
 
-TEST_F(HSMOcspStopTest, DisabledDuringAGoodCheck_LetsTheNextCertificateBeAskedFor) {
-  responder->onCheck = [this] { hsm.DisableUpdateRetries(true); };
-  (void)Validate(hsm, "p256-2", 0);
-  EXPECT_EQ(2U, responder->questions.size());
-}
-
-TEST_F(HSMOcspStopTest, DisabledDuringAWait_EndsItWithoutAnotherAttempt) {
-  responder->results = {3, 0};
-  EXPECT_EQ(1, ValidateAndThen([this] { hsm.DisableUpdateRetries(true); }));
-  EXPECT_EQ(1U, responder->questions.size());
-  EXPECT_EQ("error: OCSP check FAILED", log.Lines().back());
-}
-
-TEST_F(HSMOcspStopTest, WaitCutShortWithoutDisabling_GoesOnWithTheNextAttempt) {
-  responder->results = {3, 0};
-  EXPECT_EQ(0, ValidateAndThen([this] { hsm.StopRetryTimer(); }));
-  EXPECT_EQ(2U, responder->questions.size());
-}
-
-TEST_F(HSMOcspStopTest, EnabledDuringAWait_LeavesTheCheckWaiting) {
-  responder->results = {3, 0};
-  EXPECT_EQ(0, ValidateAndThen([this] {
-              hsm.DisableUpdateRetries(false);
-              hsm.StopRetryTimer();
-            }));
-  EXPECT_EQ(2U, responder->questions.size());
-}
-
-TEST_F(HSMOcspStopTest, DisabledAndEnabledDuringACheck_GoesOnWithTheNextAttempt) {
-  responder->onCheck = [this] {
-    hsm.DisableUpdateRetries(true);
-    hsm.DisableUpdateRetries(false);
-  };
-  responder->results = {3, 0};
-  (void)Validate(hsm, "p256-1", 0);
-  EXPECT_EQ(2U, responder->questions.size());
-}
-
-// The same as the update handler asks for it, whatever the handler in between makes of it.
-class HSMOcspHandlerTest : public HSMOcspStopTest {
- protected:
-  // Outlived by the fixture's facade.
-  ContainerHandler handler{std::shared_ptr<HSM>(&hsm, [](HSM*) {}),
-                           development_tools::DevelopmentTools("/nonexistent")};
-};
-
-TEST_F(HSMOcspHandlerTest, StopDuringAWait_EndsIt) {
-  responder->results = {3, 0};
-  EXPECT_EQ(1, ValidateAndThen([this] { handler.StopProcessing(true); }));
-  EXPECT_EQ(1U, responder->questions.size());
-}
-
-TEST_F(HSMOcspHandlerTest, TerminationDuringAWait_EndsIt) {
-  responder->results = {3, 0};
-  EXPECT_EQ(1, ValidateAndThen([this] { handler.TerminateProcessing(); }));
-  EXPECT_EQ(1U, responder->questions.size());
-}
-
-TEST_F(HSMOcspHandlerTest, ResumeDuringAWait_LeavesTheCheckToBeTriedAgain) {
-  responder->results = {3, 0};
-  EXPECT_EQ(0, ValidateAndThen([this] {
-              handler.StopProcessing(false);
-              hsm.StopRetryTimer();
-            }));
-  EXPECT_EQ(2U, responder->questions.size());
-}
-
-TEST_F(HSMOcspHandlerTest, StopBeforeAndResumeDuringACheck_LeaveItToBeTriedAgain) {
-  handler.StopProcessing(true);
-  responder->onCheck = [this] { handler.StopProcessing(false); };
-  responder->results = {3, 0};
-  (void)Validate(hsm, "p256-1", 0);  // the stop's flag on the timer ends the wait at once
-  EXPECT_EQ(2U, responder->questions.size());
-}
-
-TEST_F(HSMOcspHandlerTest, DisabledThenResumedDuringACheck_EndsTheLoopAfterIt) {
-  responder->onCheck = [this] {
-    handler.DisableUpdateRetries(true);
-    handler.StopProcessing(false);
-  };
-  responder->results = {3, 0};
-  (void)Validate(hsm, "p256-1", 1);
-  EXPECT_EQ(1U, responder->questions.size());
-}
-
-class HSMOcspTestabilityTest : public HSMOcspValidationTest {
- protected:
-  HSM::Collaborators WithTestMode() {
-    HSM::Collaborators collaborators = Collaborators();
-    collaborators.switches = RetryTestMode();
-    collaborators.ocspRetryInterval = std::chrono::seconds(0);
-    collaborators.testabilityPause = std::chrono::milliseconds(0);
-    return collaborators;
-  }
-};
-
-TEST_F(HSMOcspTestabilityTest, FirstTwoPassesOfEachCheck_TellTheTesterWhatToDo) {
-  HSM hsm(WithTestMode());
-  responder->results = {3, 3, 0, 3, 0};
-  const auto tell = [](const std::string& check, const std::string& action) {
-    return "error: ***** Testability Option: OCSP " + check + " Retry: " + action +
-           " socks-sandbox now";
-  };
-  EXPECT_THAT(Validate(hsm, "p256-2", 0),
-              ElementsAre("info: Got URL for '" + kTop + "'", tell("1", "Kill"),
-                          "info: OCSP Check 1 Failed.", "error: Retrying in 0 seconds...",
-                          "info: Got URL for '" + kTop + "'", tell("1", "Re-start"),
-                          "info: OCSP Check 1 Failed.", "error: Retrying in 0 seconds...",
-                          "info: Got URL for '" + kTop + "'", "info: OCSP Check 1 Passed.",
-                          "info: Got URL for '" + kBelow + "'", tell("2", "Kill"),
-                          "info: OCSP Check 2 Failed.", "error: Retrying in 0 seconds...",
-                          "info: Got URL for '" + kBelow + "'", tell("2", "Re-start"),
-                          "info: OCSP Check 2 Passed.", "info: All OCSP checks Passed"));
-}
-
-TEST_F(HSMOcspTestabilityTest, Pause_IsFiveSeconds) {
-  EXPECT_EQ(std::chrono::seconds(5), FieldCollaborators().testabilityPause);
-}
-
-TEST_F(HSMOcspTestabilityTest, PauseOfAStoppedUpdate_IsNone) {
-  HSM::Collaborators collaborators = WithTestMode();
-  collaborators.testabilityPause = std::chrono::hours(1);
-  HSM hsm(std::move(collaborators));
-  onUrl = [&hsm] { hsm.DisableUpdateRetries(true); };
-  (void)Validate(hsm, "p256-1", 0);  // returns at once: the test's own time limit is far shorter
-}
-
-TEST_F(HSMOcspTestabilityTest, StopDuringThePause_EndsIt) {
-  HSM::Collaborators collaborators = WithTestMode();
-  collaborators.testabilityPause = std::chrono::hours(1);
-  HSM hsm(std::move(collaborators));
-  std::promise<void> begun;
-  onUrl = [&begun] { begun.set_value(); };
-  auto ended = std::async(std::launch::async,
-                          [&hsm] { return hsm.X5COcspValidation(::tests::Chain("p256-1")); });
-  begun.get_future().wait();
-  hsm.StopRetryTimer();  // what an earlier stop has left behind: the pause goes on
-  hsm.DisableUpdateRetries(true);
-  ASSERT_EQ(std::future_status::ready, ended.wait_for(::tests::kDeadline));
-  EXPECT_EQ(0, ended.get());
+TEST_F(HSMOcspOnAUnit, WithoutAConnector_NoCertificateIsGood) {
+  ::tests::RunOnFreshUnit([] {
+    EXPECT_THAT(LinesOnAUnit(nullptr), ElementsAre("error: ERROR: There is no OCSP connection!",
+                                                   "error: OCSP check FAILED"));
+  });
 }
 
 }  // namespace
