@@ -110,8 +110,12 @@ def test_bench_ends_with_its_parent(tmp_path):
             break
     all_of_it = [os.pidfd_open(each) for each in (pid, *descendants(pid))]
     parent.kill()
-    await_end(all_of_it)
     parent.communicate()
+    try:
+        await_end(all_of_it)
+    except AssertionError:
+        os.kill(pid, signal.SIGKILL)
+        raise
 
 
 def test_everything_listens_on_loopback_only(running):
