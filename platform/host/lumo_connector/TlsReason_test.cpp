@@ -32,8 +32,10 @@ TEST(TlsReason, Verification_InWords) {
   for (const auto& one : cases) EXPECT_EQ(VerificationReason(one.result, "/ca.pem"), one.words);
 }
 
-/// What TlsFailure says when the library's last error is `reason`.
+/// What TlsFailure says when the library's last error is `reason`. Its texts come with the first
+/// session, of which there is none here.
 ConnectFailure FailureAfter(int reason) {
+  ::OPENSSL_init_ssl(OPENSSL_INIT_LOAD_SSL_STRINGS, nullptr);
   ::ERR_clear_error();
   ERR_raise(ERR_LIB_SSL, reason);
   const auto failure = TlsFailure(PeerBioState{-1});
