@@ -53,7 +53,8 @@ MosquittoBroker::MosquittoBroker(const std::string& settings) : port(FreePort())
   // As root it would go on as a user who may not write into this folder.
   const std::string user = ::getuid() == 0 ? "user root\n" : "";
   WriteText(Directory() + "/mosquitto.conf",
-            user + "log_dest stdout\nlog_type all\npersistence true\nmax_queued_messages 2000\n" +
+            user + "log_dest file " + Directory() +
+                "/log\nlog_type all\npersistence true\nmax_queued_messages 2000\n" +
                 "persistence_location " + Directory() + "/\nlistener " + std::to_string(port) +
                 " 127.0.0.1\n" + Replaced(settings, "DIRECTORY", Directory()));
 }
@@ -61,9 +62,9 @@ MosquittoBroker::MosquittoBroker(const std::string& settings) : port(FreePort())
 void MosquittoBroker::Start() {
   process = std::make_unique<Command>(
       std::vector<std::string>{"/usr/sbin/mosquitto", "-c", Directory() + "/mosquitto.conf"},
-      Directory() + "/log");
+      Directory() + "/output");
   if (!Eventually([this] { return Accepts(port); })) {
-    throw std::runtime_error("no broker: " + Log());
+    throw std::runtime_error("no broker: " + ReadText(Directory() + "/output"));
   }
 }
 

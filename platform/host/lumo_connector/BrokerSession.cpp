@@ -102,6 +102,7 @@ BrokerSession::Wait BrokerSession::NextWait(TimePoint now) {
 }
 
 void BrokerSession::Accepted() {
+  if (state != State::kConnecting) return;  // said again
   state = State::kConnected;
   acceptedAt = turnTime;
   isOutageTold = false;
@@ -110,6 +111,7 @@ void BrokerSession::Accepted() {
 }
 
 void BrokerSession::CredentialsRefused(const std::string& reason) {
+  if (state != State::kConnecting) return;  // too late
   state = State::kRejected;
   rejection = reason;
 }
@@ -120,6 +122,10 @@ void BrokerSession::SubscribeAnswered(int number, bool isGranted) {
 
 void BrokerSession::PublishAcknowledged(int number) {
   parties.requests.PublishAcknowledged(number);
+}
+
+void BrokerSession::PublicationsForgotten() {
+  parties.requests.PublicationsForgotten();
 }
 
 void BrokerSession::MessageArrived(const std::string& topic, std::vector<std::uint8_t> payload,

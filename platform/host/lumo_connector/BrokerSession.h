@@ -79,6 +79,7 @@ class BrokerSession : private MqttListenerIf {
   void CredentialsRefused(const std::string& reason) override;
   void SubscribeAnswered(int number, bool isGranted) override;
   void PublishAcknowledged(int number) override;
+  void PublicationsForgotten() override;
   void MessageArrived(const std::string& topic, std::vector<std::uint8_t> payload,
                       std::uint16_t messageId) override;
   void OversizedMessageArrived() override;

@@ -192,6 +192,22 @@ TEST_F(KeptSession, CredentialsRefused_RejectedOnceAndNoFurtherTry) {
                           "the credentials of this unit: Connection Refused: not authorised"));
 }
 
+TEST_F(KeptSession, AcceptedTwice_ToldOnce) {
+  Turn();
+  Accept();
+  Accept();
+  EXPECT_THAT(Heard(topics.heard), ElementsAre("connection 0"));
+  EXPECT_THAT(log.Lines(), ElementsAre(kConnected));
+}
+
+TEST_F(KeptSession, CredentialsRefusedAfterAcceptance_NoRejection) {
+  Turn();
+  Accept();
+  broker.saying = {[](MqttListenerIf& listener) { listener.CredentialsRefused("no"); }};
+  EXPECT_NE(session.Turn(0, now), std::nullopt);
+  EXPECT_EQ(rejections, 0);
+}
+
 TEST_F(KeptSession, RequestsWhileConnecting_SentOnceAccepted) {
   Turn();
   EXPECT_EQ(requests.Subscribe("job").status, 3);

@@ -118,11 +118,25 @@ class MosquittoClient::Callbacks {
     });
   }
 
-  /// "OpenSSL Error[0]: error:NUMBER:LIBRARY:FUNCTION:REASON"; the last one tells most.
+  /// What no other callback tells.
   static void Log(mosquitto*, void* object, int level, const char* line) {
-    if (level != MOSQ_LOG_ERR) return;
     auto& client = *static_cast<MosquittoClient*>(object);
     const std::string_view text = line;
+    if (level == MOSQ_LOG_DEBUG && IsQualityOfService2(text)) {
+      client.misbehaviour = "sends a message at a quality of service that nobody asked for";
+    }
+    if (level == MOSQ_LOG_ERR) KeepTlsReason(client, text);
+  }
+
+  /// "Client ID received PUBLISH (d0, q2, ...": the library would keep such messages until the
+  /// broker releases them, as many as come, over every reconnection.
+  static bool IsQualityOfService2(std::string_view text) {
+    const auto start = text.find(" received PUBLISH (d");
+    return start != std::string_view::npos && text.substr(start + 21, 4) == ", q2";
+  }
+
+  /// "OpenSSL Error[0]: error:NUMBER:LIBRARY:FUNCTION:REASON"; the last one tells most.
+  static void KeepTlsReason(MosquittoClient& client, std::string_view text) noexcept {
     try {
       client.tlsReason = text.substr(text.rfind(':') + 1);
     } catch (const std::bad_alloc&) {
@@ -141,24 +155,31 @@ Result<std::unique_ptr<MqttClientIf>> MosquittoClient::Make(const BrokerConfig& 
   if (client->library == nullptr) {
     return Error::OfErrno(errno).WithContext("client id \"" + config.clientId + "\"");
   }
-  Callbacks::Set(client->library.get());
   return std::unique_ptr<MqttClientIf>(std::move(client));
 }
 
 MosquittoClient::MosquittoClient(const BrokerConfig& config, std::size_t payloadLimit)
     : broker(config), limit(payloadLimit) {
   InitialiseLibrary();
+  MakeLibrary();
+}
+
+void MosquittoClient::MakeLibrary() {
   library.reset(::mosquitto_new(broker.clientId.c_str(), /*clean_session=*/false, this));
+  if (library != nullptr) Callbacks::Set(library.get());
 }
 
 MosquittoClient::~MosquittoClient() {
-  if (library != nullptr) Close();
+  Close();
 }
 
 std::optional<Error> MosquittoClient::Connect() {
+  if (library == nullptr) MakeLibrary();
+  if (library == nullptr) return Error::OfErrno(errno);
   if (auto error = SetCredentials()) return error;
   if (auto error = SetTls()) return error;
   isAccepted = isOutOfMemory = hasProgress = false;
+  misbehaviour = nullptr;
   completeBytes = 0;
   refusal.clear();
   tlsReason.clear();
@@ -193,13 +214,18 @@ std::optional<Error> MosquittoClient::SetTls() {
   auto made = BrokerTls::Make(broker);
   if (!made.Ok()) return made.Failure();
   auto fresh = std::move(made).Take();
-  const int result = ::mosquitto_void_option(library.get(), MOSQ_OPT_SSL_CTX, fresh->Context());
+  int result = ::mosquitto_void_option(library.get(), MOSQ_OPT_SSL_CTX, fresh->Context());
+  // Its defaults would demand certificates of its own and take our verification away.
+  if (result == MOSQ_ERR_SUCCESS) {
+    result = ::mosquitto_int_option(library.get(), MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 0);
+  }
   if (result != MOSQ_ERR_SUCCESS) return Reason(result, errno);
   tls = std::move(fresh);
   return std::nullopt;
 }
 
 MqttClientIf::Interest MosquittoClient::WaitsFor() {
+  if (library == nullptr) return {-1, 0};
   const int descriptor = ::mosquitto_socket(library.get());
   const bool isWriting = isConnecting || ::mosquitto_want_write(library.get());
   auto* const ssl = static_cast<SSL*>(::mosquitto_ssl_get(library.get()));
@@ -213,14 +239,15 @@ std::optional<Error> MosquittoClient::Serve(short events, MqttListenerIf& receiv
   const int result = Work();
   const int number = errno;
   listener = nullptr;
-  if (isOutOfMemory) {
-    Close();
-    return Error::OfErrno(ENOMEM);
+  if (isOutOfMemory) return Error::OfErrno(ENOMEM);
+  if (IsPacketTooLong()) misbehaviour = "sends a packet above 1 MiB";
+  if (misbehaviour != nullptr) {
+    library.reset();  // and all that it has taken in
+    receiver.PublicationsForgotten();
+    return Error(std::string("the broker ") + misbehaviour);
   }
   if (result != MOSQ_ERR_SUCCESS) return Reason(result, number);
-  if (!IsPacketTooLong()) return std::nullopt;
-  Close();
-  return Error("the broker sends a packet above " + std::to_string(kPacketLimit) + " bytes");
+  return std::nullopt;
 }
 
 std::optional<Error> MosquittoClient::CheckConnecting(short events) {
@@ -232,7 +259,6 @@ std::optional<Error> MosquittoClient::CheckConnecting(short events) {
     error = errno;
   }
   if (error == 0) return std::nullopt;
-  Close();
   return Error::OfErrno(error);
 }
 
@@ -260,6 +286,7 @@ std::uint64_t MosquittoClient::ReceivedBytes() const {
 }
 
 void MosquittoClient::Close() {
+  if (library == nullptr) return;
   if (std::exchange(isAccepted, false)) ::mosquitto_disconnect(library.get());
   const int descriptor = ::mosquitto_socket(library.get());
   if (descriptor < 0) return;
@@ -303,7 +330,12 @@ Error MosquittoClient::Reason(int result, int number) const {
       return Error("the broker refuses the connection: " + refusal);
     case MOSQ_ERR_CONN_LOST:
     case MOSQ_ERR_NO_CONN:
-      return Error("the broker closed the connection");
+      return Error("the broker closed the connection" +
+                   (tlsReason.empty() ? "" : " (TLS: " + tlsReason + ")"));
+    case MOSQ_ERR_PROTOCOL:
+    case MOSQ_ERR_MALFORMED_PACKET:
+    case MOSQ_ERR_MALFORMED_UTF8:
+      return Error("the broker breaks the protocol");
     case MOSQ_ERR_KEEPALIVE:
       return Error("the broker no longer answers");
     case MOSQ_ERR_TLS:

@@ -26,8 +26,9 @@ class MosquittoClient : public MqttClientIf {
   /// Largest password file that is read.
   static constexpr std::size_t kPasswordFileLimit = 4096;
 
-  /// Bytes that may arrive without a packet being complete (a connection that passes it is closed).
-  /// The library would take up to 256 MiB.
+  /// Bytes that may arrive without a packet being complete; a connection that passes it is closed.
+  /// The library by itself takes up to 256 MiB, and does so still from a broker whose bytes come
+  /// quicker than it can read them: it returns when there is nothing to read.
   static constexpr std::uint64_t kPacketLimit = 1048576;
 
   /// A client for the broker of `config` that hands on payloads up to `payloadLimit`. Fails when
@@ -55,6 +56,10 @@ class MosquittoClient : public MqttClientIf {
 
   MosquittoClient(const platform_host::BrokerConfig& config, std::size_t payloadLimit);
 
+  /// `library` stays null when there is no memory, or the library does not accept the client id;
+  /// errno tells.
+  void MakeLibrary();
+
   [[nodiscard]] std::optional<platform_host::Error> SetCredentials();
   [[nodiscard]] std::optional<platform_host::Error> SetTls();
 
@@ -79,15 +84,16 @@ class MosquittoClient : public MqttClientIf {
   const platform_host::BrokerConfig broker;
   const std::size_t limit;
   std::unique_ptr<BrokerTls> tls;  ///< of the present connection; outlives the library's use
-  std::unique_ptr<mosquitto, Destroy> library;
-  MqttListenerIf* listener = nullptr;  ///< set during Serve
-  bool isConnecting = false;           ///< the system has not told yet whether it is connected
+  std::unique_ptr<mosquitto, Destroy> library;  ///< null after a broker's misbehaviour
+  MqttListenerIf* listener = nullptr;           ///< set during Serve
+  bool isConnecting = false;  ///< the system has not told yet whether it is connected
   bool isAccepted = false;
-  bool isOutOfMemory = false;       ///< a callback could not hand on what came
-  bool hasProgress = false;         ///< a packet was complete
-  std::uint64_t completeBytes = 0;  ///< received when the last packet was complete
-  std::string refusal;              ///< the broker's, of the connection
-  std::string tlsReason;            ///< the last error of the library's TLS
+  bool isOutOfMemory = false;          ///< a callback could not hand on what came
+  const char* misbehaviour = nullptr;  ///< what the broker does that it must not; null: nothing
+  bool hasProgress = false;            ///< a packet was complete
+  std::uint64_t completeBytes = 0;     ///< received when the last packet was complete
+  std::string refusal;                 ///< the broker's, of the connection
+  std::string tlsReason;               ///< the last error of the library's TLS
 };
 
 }  // namespace lumo_connector

@@ -31,6 +31,10 @@ class MqttListenerIf {
   /// The broker took over what Publish numbered.
   virtual void PublishAcknowledged(int number) = 0;
 
+  /// What has been published and not acknowledged will not be sent again: the client had to drop
+  /// all that it had for a broker that misbehaves.
+  virtual void PublicationsForgotten() = 0;
+
   /// A message, which the broker may send again with the same id.
   virtual void MessageArrived(const std::string& topic, std::vector<std::uint8_t> payload,
                               std::uint16_t messageId) = 0;

@@ -133,6 +133,14 @@ void TopicRequests::PublishAcknowledged(int number) {
   events.PublishAcknowledged(answered.mapped().topic, answered.mapped().requestId);
 }
 
+void TopicRequests::PublicationsForgotten() {
+  for (const auto& [number, publication] : sentPublications) {
+    Release(1);
+    events.PublishFailed(publication.topic, publication.requestId);
+  }
+  sentPublications.clear();
+}
+
 void TopicRequests::Answer(const Subscription& subscription, std::int32_t status) {
   Release(subscription.requestIds.size());
   for (const std::uint16_t id : subscription.requestIds) {

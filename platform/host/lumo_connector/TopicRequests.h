@@ -64,6 +64,9 @@ class TopicRequests {
   void SubscribeAnswered(int number, bool isGranted) EXCLUDES(mutex);
   void PublishAcknowledged(int number) EXCLUDES(mutex);
 
+  /// The client will not send again what it has.
+  void PublicationsForgotten() EXCLUDES(mutex);
+
  private:
   /// One subscription, for everybody who asked for this topic before it was sent.
   struct Subscription {

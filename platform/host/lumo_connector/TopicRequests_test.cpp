@@ -131,6 +131,14 @@ TEST_F(Requests, ImpossiblePublication_Failed) {
   EXPECT_THAT(Heard(), ElementsAre("publish failed r# 1"));
 }
 
+TEST_F(Requests, PublicationsForgotten_Failed) {
+  EXPECT_EQ(requests.Publish("r", {}), TopicRequests::kSent);
+  requests.SendTo(client);
+  requests.PublicationsForgotten();
+  requests.PublishAcknowledged(1);
+  EXPECT_THAT(Heard(), ElementsAre("publish failed r 1"));
+}
+
 TEST_F(Requests, PayloadAtAndAboveLimit_SentAndRefused) {
   std::vector<std::uint8_t> payload(TopicEvents::kPayloadLimit);
   EXPECT_EQ(requests.Publish("r", payload), TopicRequests::kSent);
