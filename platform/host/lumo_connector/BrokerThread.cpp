@@ -21,6 +21,9 @@ using std::chrono::steady_clock;
 
 namespace {
 
+/// After a turn that failed: shorter than the session's own pause.
+constexpr milliseconds kPauseAfterFailure{1000};
+
 /// After a turn that could not even fail in order, for lack of memory.
 constexpr milliseconds kLastResortPause{60000};
 
@@ -78,6 +81,8 @@ void BrokerThread::Run() noexcept {
     session->End();
   } catch (const std::exception& error) {
     LogError("the session with the broker ended: ", error.what());
+  } catch (...) {
+    LogError("the session with the broker ended: an exception of an unknown kind");
   }
   session.reset();
   const support::MutexLock lock(mutex);
@@ -98,14 +103,21 @@ std::optional<BrokerSession::Wait> BrokerThread::TurnSafely(short events) {
   try {
     return session->Turn(events, steady_clock::now());
   } catch (const std::exception& error) {
-    LogError("the session with the broker is interrupted: ", error.what());
+    return FailSafely(error.what());
+  } catch (...) {
+    return FailSafely("an exception of an unknown kind");
   }
+}
+
+BrokerSession::Wait BrokerThread::FailSafely(const char* reason) {
+  const auto now = steady_clock::now();
   try {
-    session->Fail("interrupted", steady_clock::now());
+    session->Fail(reason, now);
+    return {{-1, 0}, now + kPauseAfterFailure};
   } catch (const std::exception&) {
-    // Told above; the next turn finds the connection as it is.
+    // The next turn finds the connection as it is.
+    return {{-1, 0}, now + kLastResortPause};
   }
-  return BrokerSession::Wait{{-1, 0}, steady_clock::now() + kLastResortPause};
 }
 
 short BrokerThread::WaitFor(const BrokerSession::Wait& wait) const {

@@ -4,6 +4,7 @@
 #define PLATFORM_HOST_LUMO_CONNECTOR_BROKERTHREAD_H
 
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "platform/host/lumo_connector/BrokerSession.h"
@@ -42,6 +43,9 @@ class BrokerThread {
 
   /// One turn after `events`, which ends with a pause when it cannot be made.
   [[nodiscard]] std::optional<BrokerSession::Wait> TurnSafely(short events);
+
+  /// Ends the connection after a turn that threw `reason`.
+  [[nodiscard]] BrokerSession::Wait FailSafely(const char* reason);
 
   /// Waits for what `wait` names and for Wake. Returns what happened on its descriptor.
   [[nodiscard]] short WaitFor(const BrokerSession::Wait& wait) const;

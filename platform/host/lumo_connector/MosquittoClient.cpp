@@ -153,7 +153,7 @@ Result<std::unique_ptr<MqttClientIf>> MosquittoClient::Make(const BrokerConfig& 
                                                             std::size_t payloadLimit) {
   std::unique_ptr<MosquittoClient> client(new MosquittoClient(config, payloadLimit));
   if (client->library == nullptr) {
-    return Error::OfErrno(errno).WithContext("client id \"" + config.clientId + "\"");
+    return Error("the MQTT library does not accept the client id \"" + config.clientId + "\"");
   }
   return std::unique_ptr<MqttClientIf>(std::move(client));
 }
@@ -175,7 +175,7 @@ MosquittoClient::~MosquittoClient() {
 
 std::optional<Error> MosquittoClient::Connect() {
   if (library == nullptr) MakeLibrary();
-  if (library == nullptr) return Error::OfErrno(errno);
+  if (library == nullptr) return Error::OfErrno(ENOMEM);
   if (auto error = SetCredentials()) return error;
   if (auto error = SetTls()) return error;
   isAccepted = isOutOfMemory = hasProgress = false;

@@ -56,8 +56,7 @@ class MosquittoClient : public MqttClientIf {
 
   MosquittoClient(const platform_host::BrokerConfig& config, std::size_t payloadLimit);
 
-  /// `library` stays null when there is no memory, or the library does not accept the client id;
-  /// errno tells.
+  /// `library` stays null when it does not accept the client id, and without memory.
   void MakeLibrary();
 
   [[nodiscard]] std::optional<platform_host::Error> SetCredentials();

@@ -77,7 +77,8 @@ class LumoConnector {
   /// Publishes `payload`; the broker's answer comes through the callback. `timeToLive` (seconds),
   /// `priority`, `payloadFormat` (0: bytes), `contentType` and `reliable` are hints to a connector
   /// that knows them. Returns 0 when sent, or queued for the next connection, 2 without a broker in
-  /// the configuration or without a session.
+  /// the configuration or without a session, 4 when too many requests wait or the payload is too
+  /// large.
   [[nodiscard]] std::int32_t PubSubPublish(const std::string& topic,
                                            const std::vector<std::uint8_t>& payload,
                                            std::uint32_t timeToLive, std::uint32_t priority,

@@ -41,7 +41,8 @@ struct LumoSocketResult {
 
 /// A subscription under way.
 struct LumoPubSubResult {
-  std::int32_t status = 0;      ///< 0 sent, 2 not configured, 3 queued until there is a session
+  std::int32_t status = 0;      ///< 0 sent, 2 not configured, 3 queued until there is a
+                                ///< session, 4 refused: too many requests wait
   std::uint16_t requestId = 0;  ///< names the request in the callbacks about it
 };
 
