@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "csa_common/ReceivedText.h"
 #include "csc_logging/CSCLogging.h"
 
 namespace csa_common {
@@ -211,7 +212,7 @@ unsigned int HttpConnection::ReceiveResponse(int descriptor, std::string& respon
       break;
     }
     CSCLogging::LogInfo(CSCLogEntry() << "HttpConnection: Read " << count << " bytes from socket");
-    received.append(chunk.data(), static_cast<std::size_t>(count));
+    AppendReceived(received, {chunk.data(), static_cast<std::size_t>(count)});
   }
   response.swap(received);
   CSCLogging::LogInfo(CSCLogEntry() << "HttpConnection: Total received " << response.size()
