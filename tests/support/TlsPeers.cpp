@@ -54,7 +54,8 @@ std::string NginxConfiguration(const std::string& directory, const std::string& 
   const std::string own = PkiPath("tls/" + party);
   return NginxUser() + "daemon off;\npid " + directory + "/pid;\nerror_log stderr notice;\n" +
          "worker_processes 1;\nevents {}\nhttp {\naccess_log off;\nsendfile on;\n" + temporary +
-         "root " + files + ";\nserver { listen 127.0.0.1:" + std::to_string(port) +
+         "root " + files +
+         ";\nerror_page 405 =200 $uri;\nserver { listen 127.0.0.1:" + std::to_string(port) +
          "; }\nserver { listen 127.0.0.1:" + std::to_string(tlsPort) + " ssl;\nssl_certificate " +
          own + "/cert.pem;\nssl_certificate_key " + own + "/key.pem; }\n}\n";
 }

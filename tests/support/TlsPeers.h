@@ -46,7 +46,8 @@ class OpensslServer {
   const std::uint16_t port;
 };
 
-/// nginx, with one port for HTTP and one for HTTPS. Serves the files of a folder.
+/// nginx, with one port for HTTP and one for HTTPS. Serves the files of a folder, to a
+/// POST as to a GET.
 class NginxServer {
  public:
   /// With the certificate and key of `party`, a folder of tests/pki/tls. Returns when it accepts
