@@ -184,6 +184,16 @@ TEST_F(HSMOcspTestabilityTest, PauseOfAStoppedUpdate_IsNone) {
   (void)Validate(hsm, "p256-1", 0);  // returns at once: the test's own time limit is far shorter
 }
 
+TEST_F(HSMOcspTestabilityTest, FlagOfAnEarlierStop_DoesNotShortenThePause) {
+  HSM::Collaborators collaborators = WithTestMode();
+  collaborators.testabilityPause = std::chrono::milliseconds(20);
+  HSM hsm(std::move(collaborators));
+  hsm.StopRetryTimer();
+  const auto begin = std::chrono::steady_clock::now();
+  (void)Validate(hsm, "p256-1", 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(20));
+}
+
 TEST_F(HSMOcspTestabilityTest, StopDuringThePause_EndsIt) {
   HSM::Collaborators collaborators = WithTestMode();
   collaborators.testabilityPause = std::chrono::hours(1);
@@ -193,7 +203,6 @@ TEST_F(HSMOcspTestabilityTest, StopDuringThePause_EndsIt) {
   auto ended = std::async(std::launch::async,
                           [&hsm] { return hsm.X5COcspValidation(::tests::Chain("p256-1")); });
   begun.get_future().wait();
-  hsm.StopRetryTimer();  // what an earlier stop has left behind: the pause goes on
   hsm.DisableUpdateRetries(true);
   ASSERT_EQ(std::future_status::ready, ended.wait_for(::tests::kDeadline));
   EXPECT_EQ(0, ended.get());
