@@ -1,5 +1,8 @@
 // Stop, resume and the testers' pause while HSM checks for revocation.
+#include <algorithm>
+#include <chrono>
 #include <future>
+#include <thread>
 
 #include "TruststoreUpdateClient/ContainerHandler.h"
 #include "tests/support/Deadline.h"
@@ -15,25 +18,30 @@ using ::tests::HSMOcspTest;
 // What main does to a validation at work on another thread, and when.
 class HSMOcspStopTest : public HSMOcspTest {
  protected:
-  // Runs a validation of "p256-1" on a thread of its own; `request` runs here as soon as the first
-  // check is over, which is when the wait for the next begins. Returns the validation's result.
+  // True once the line is logged after which nothing but the wait for the next check follows.
+  bool HasBegunToWait() const {
+    const auto lines = log.Lines();
+    return std::count(lines.begin(), lines.end(), "error: Retrying in 3600 seconds...") > 0;
+  }
+
+  // Runs a validation of "p256-1" on a thread of its own, whose first check is not completed;
+  // `request` runs here as soon as the wait for the next begins. Returns the validation's result.
   int ValidateAndThen(const std::function<void()>& request) {
-    std::promise<void> checked;
-    bool isFirst = true;
-    responder->onCheck = [&checked, &isFirst] {
-      if (isFirst) checked.set_value();
-      isFirst = false;
-    };
     int result = -1;
     log.Clear();
     auto ended = std::async(std::launch::async, [this, &result] {
       result = hsm.X5COcspValidation(::tests::Chain("p256-1"));
     });
-    checked.get_future().wait();
+    const auto deadline = std::chrono::steady_clock::now() + ::tests::kDeadline;
+    while (!HasBegunToWait() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::yield();
+    }
+    EXPECT_TRUE(HasBegunToWait());
     request();
     const bool inTime = ended.wait_for(::tests::kDeadline) == std::future_status::ready;
     EXPECT_TRUE(inTime) << "the wait went on";
     if (!inTime) hsm.DisableUpdateRetries(true);
+    if (!inTime) hsm.StopRetryTimer();
     ended.wait();
     return result;
   }

@@ -205,7 +205,11 @@ TEST_F(OcspConnectionTest, UrlThatCannotBeUsed_IsNotCompleted) {
   const auto good = Der("good");
   const auto issuer = Der("issuer");
   for (const char* url : {"", "responder", "ftp://responder", "http://responder:x/"}) {
+    log.Clear();
     EXPECT_EQ(kOcspNotCompleted, connection.CheckCertificate(good, issuer, kOperation, url)) << url;
+    EXPECT_THAT(log.Lines(),
+                ::testing::Not(::testing::Contains("error: Unexpected HTTP response: 0!")))
+        << url;
   }
   EXPECT_THAT(fake.Requests(), IsEmpty());
 }

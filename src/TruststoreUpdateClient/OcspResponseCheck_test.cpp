@@ -85,12 +85,17 @@ TEST(OcspResponseCheckTest, AnswersSignedByAnybodyElse_AreRefused) {
 }
 
 TEST(OcspResponseCheckTest, AnswerChangedAfterItWasSigned_IsRefused) {
-  Bytes answer = Answer("revoked");
   const Bytes revokedInfo = {0xA1, 0x11, 0x18, 0x0F};  // [1], a time of fifteen characters
-  const auto at = std::search(answer.begin(), answer.end(), revokedInfo.begin(), revokedInfo.end());
-  ASSERT_NE(answer.end(), at);
-  *at = 0xA0;  // tagged as good would be
-  EXPECT_EQ(Status::OCSP_SIGNATURE_ERROR, Verdict(answer, "revoked").signature);
+  for (const char* stem : {"revoked", "revoked-by-delegate"}) {
+    Bytes answer = Answer(stem);
+    const auto at =
+        std::search(answer.begin(), answer.end(), revokedInfo.begin(), revokedInfo.end());
+    ASSERT_NE(answer.end(), at) << stem;
+    *at = 0xA0;  // tagged as good would be
+    const OcspVerdict verdict = Verdict(answer, "revoked");
+    EXPECT_EQ(Status::OCSP_RESPONSE_GOOD, verdict.status) << stem;
+    EXPECT_EQ(Status::OCSP_SIGNATURE_ERROR, verdict.signature) << stem;
+  }
 }
 
 TEST(OcspResponseCheckTest, AnswerOfAnIssuerWithTheSameName_IsRefused) {
