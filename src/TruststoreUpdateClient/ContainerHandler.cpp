@@ -224,17 +224,25 @@ std::uint32_t ContainerHandler::GetInstalledContainerTimestamp() const {
   return hsm ? hsm->GetInstalledContainerTimestamp() : 0;
 }
 
-// A resume tells the facade what holds without the stop. If it disabled retries first, to enable
-// them afterwards, a check that waits meanwhile could end as if it had been stopped.
+// Each request tells the facade what holds with the others. A resume that disabled retries first,
+// to enable them afterwards, could end a check that waits meanwhile; an update that begins or ends
+// beside a stop could have a check wait that nobody ends any more. Under the lock, the last to tell
+// the facade knows of all requests.
+void ContainerHandler::TellFacadeOfRetries() const {
+  if (!hsm) return;
+  const support::MutexLock lock(retriesMutex);
+  hsm->DisableUpdateRetries(stopped || terminated || retriesDisabled);
+}
+
 void ContainerHandler::StopProcessing(bool stop) {
   stopped = stop;
-  if (hsm) hsm->DisableUpdateRetries(stop || terminated || retriesDisabled);
+  TellFacadeOfRetries();
   CSCLogging::LogDebug("ContainerHandler: Processing stopped");
 }
 
 void ContainerHandler::TerminateProcessing() {
   terminated = true;
-  if (hsm) hsm->DisableUpdateRetries(true);
+  TellFacadeOfRetries();
   CSCLogging::LogDebug("ContainerHandler: Processing terminated");
 }
 
@@ -245,7 +253,7 @@ void ContainerHandler::ConvertEpochTimestampToDatetime(std::uint32_t timestamp,
 
 void ContainerHandler::DisableUpdateRetries(bool disable) const {
   retriesDisabled = disable;
-  if (hsm) hsm->DisableUpdateRetries(disable);
+  TellFacadeOfRetries();
   CSCLogging::LogDebug("ContainerHandler: Retries disabled");
 }
 

@@ -46,7 +46,8 @@ class ContainerHandlerIf {
   virtual void ConvertEpochTimestampToDatetime(std::uint32_t timestamp,
                                                std::string& text) const = 0;
 
-  /// True: revocation checks are not tried again, and a wait for that ends at once.
+  /// True: revocation checks are not tried again, and a wait for that ends at once. False allows it
+  /// again, unless processing is stopped.
   virtual void DisableUpdateRetries(bool disable) const = 0;
 };
 

@@ -140,6 +140,27 @@ TEST_F(HSMOcspHandlerTest, StopBeforeAndResumeDuringACheck_LeaveItToBeTriedAgain
   EXPECT_EQ(2U, responder->questions.size());
 }
 
+// An update that begins or ends beside a stop enables retries.
+TEST_F(HSMOcspHandlerTest, StopThenEnabledDuringACheck_EndsTheLoopAfterIt) {
+  responder->onCheck = [this] {
+    handler.StopProcessing(true);
+    handler.DisableUpdateRetries(false);
+  };
+  responder->results = {3, 0};
+  (void)Validate(hsm, "p256-1", 1);
+  EXPECT_EQ(1U, responder->questions.size());
+}
+
+TEST_F(HSMOcspHandlerTest, TerminationThenEnabledDuringACheck_EndsTheLoopAfterIt) {
+  responder->onCheck = [this] {
+    handler.TerminateProcessing();
+    handler.DisableUpdateRetries(false);
+  };
+  responder->results = {3, 0};
+  (void)Validate(hsm, "p256-1", 1);
+  EXPECT_EQ(1U, responder->questions.size());
+}
+
 TEST_F(HSMOcspHandlerTest, DisabledThenResumedDuringACheck_EndsTheLoopAfterIt) {
   responder->onCheck = [this] {
     handler.DisableUpdateRetries(true);
