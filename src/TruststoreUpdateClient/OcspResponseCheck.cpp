@@ -91,13 +91,18 @@ bool MayAnswerFor(const X509_Certificate& responder, const X509_Certificate& iss
          IsIssuedBy(responder, issuer);
 }
 
-Status SignatureOf(const Botan::OCSP::Response& answer, const X509_Certificate& issuer,
-                   const Botan::X509_Time& now) {
+// A responder that is itself asked about would vouch for its own key, stolen or not.
+bool HasKeyOf(const X509_Certificate& responder, const X509_Certificate& certificate) {
+  return responder.subject_public_key_bits() == certificate.subject_public_key_bits();
+}
+
+Status SignatureOf(const Botan::OCSP::Response& answer, const X509_Certificate& certificate,
+                   const X509_Certificate& issuer, const Botan::X509_Time& now) {
   if (answer.verify_signature(issuer) == Status::OCSP_SIGNATURE_OK) {
     return Status::OCSP_SIGNATURE_OK;
   }
   for (const X509_Certificate& responder : answer.certificates()) {
-    if (!MayAnswerFor(responder, issuer, now)) continue;
+    if (HasKeyOf(responder, certificate) || !MayAnswerFor(responder, issuer, now)) continue;
     if (answer.verify_signature(responder) == Status::OCSP_SIGNATURE_OK) {
       return Status::OCSP_SIGNATURE_OK;
     }
@@ -130,7 +135,7 @@ OcspVerdict EvaluateOcspResponse(const X509_Certificate& certificate,
   // Without the answer itself the library tells a status that reads like a success.
   if (answer.status() != Botan::OCSP::Response_Status_Code::Successful) return verdict;
   verdict.status = answer.status_for(issuer, certificate, now, kMaxOcspAge);
-  verdict.signature = SignatureOf(answer, issuer, Botan::X509_Time(now));
+  verdict.signature = SignatureOf(answer, certificate, issuer, Botan::X509_Time(now));
   return verdict;
 }
 

@@ -43,9 +43,10 @@ struct OcspVerdict {
 /// Reads `response` as an answer about `certificate`, issued by `issuer`, at the time `now`. The
 /// signature counts when it is the issuer's, or that of a responder whose certificate the answer
 /// carries, the issuer has issued directly and for that purpose, and `now` is within (RFC 6960
-/// section 4.2.2.2). Such a certificate is not itself checked for revocation: its issuer may rely
-/// on its short life (section 4.2.2.2.1). Throws what the library throws for bytes that are no
-/// answer.
+/// section 4.2.2.2); nobody answers about their own key. Such a certificate is not itself checked
+/// for revocation: its issuer may rely on its short life (section 4.2.2.2.1). Throws what the
+/// library throws for bytes that are no answer.
+///
 /// REQUIRES: BeyondOcspBounds(response) is empty; `issuer` is the verified issuer of `certificate`.
 [[nodiscard]] OcspVerdict EvaluateOcspResponse(const Botan::X509_Certificate& certificate,
                                                const Botan::X509_Certificate& issuer,

@@ -84,6 +84,13 @@ TEST(OcspResponseCheckTest, AnswersSignedByAnybodyElse_AreRefused) {
   }
 }
 
+TEST(OcspResponseCheckTest, AnswerOfACertificateAboutItself_IsRefused) {
+  const OcspVerdict verdict = Verdict(Answer("own"), "own");
+  EXPECT_EQ(Status::OCSP_RESPONSE_GOOD, verdict.status);
+  EXPECT_EQ(Status::OCSP_SIGNATURE_ERROR, verdict.signature);
+  EXPECT_TRUE(Verdict(Answer("own-about-other")).IsGood());
+}
+
 TEST(OcspResponseCheckTest, AnswerChangedAfterItWasSigned_IsRefused) {
   const Bytes revokedInfo = {0xA1, 0x11, 0x18, 0x0F};  // [1], a time of fifteen characters
   for (const char* stem : {"revoked", "revoked-by-delegate"}) {

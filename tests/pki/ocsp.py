@@ -84,6 +84,8 @@ def make_certificates(answers, root, issuer):
     answers.know(answers.entity("other", leaf(issuer, "KALVIRON other")))
     answers.know(answers.entity("revoked", leaf(issuer, "KALVIRON revoked")), revoked=True)
     answers.entity("unknown", leaf(issuer, "KALVIRON unknown"))
+    # Entitled to answer, but not about itself.
+    answers.know(answers.entity("own", leaf(issuer, "KALVIRON own", extensions=[responder_extension(), OCSP_SIGNING])))
     answers.entity("no-responder", leaf(issuer, "KALVIRON no responder", extensions=[]))
     answers.entity("no-name", issue(name(), issuer=issuer, ca=False, extensions=[responder_extension()]))
     answers.entity("root", root)
@@ -126,6 +128,8 @@ def make_answers(answers, responders):
     answers.answer("other", "other", "issuer", *week)
     answers.answer("revoked", "revoked", "issuer", *week)
     answers.answer("unknown", "unknown", "issuer", *week)
+    answers.answer("own", "own", "own", *week)
+    answers.answer("own-about-other", "good", "own", *week)
     for stem in responders:
         answers.answer(stem, "good", stem, *week)
     answers.answer("delegate-without-certificates", "good", "delegate", *week, "-resp_no_certs")
