@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -119,6 +120,20 @@ TEST_F(HSMOcspValidationTest, IssuerOfTheTop_IsTheFirstRootWhoseNameAndKeyFit) {
   const std::string sameName = ::tests::PkiText("other-root/same-name.pem");
   const std::string otherName = ::tests::PkiText("other-root/other-name.pem");
   trustStore->Provision("ZORA", otherName + sameName + root + sameName);
+  (void)Validate("p256-1", 0);
+  EXPECT_EQ(Der(::tests::Certificate("p256-3/root.pem")), responder->questions.at(0).issuer);
+}
+
+// What a unit finds beside the root that it knows, when the next one has a key of another age.
+TEST_F(HSMOcspValidationTest, RootWhoseKeyCannotBeUsed_IsNotTheIssuer) {
+  const std::string root = ::tests::PkiText("p256-3/root.pem");
+  Bytes encoding = Der(::tests::Certificate("p256-3/root.pem"));
+  const Bytes ecPublicKey = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x02, 0x01};
+  const auto at =
+      std::search(encoding.begin(), encoding.end(), ecPublicKey.begin(), ecPublicKey.end());
+  ASSERT_NE(encoding.end(), at);
+  at[6] = 0x7F;  // an algorithm that nobody knows
+  trustStore->Provision("ZORA", Botan::X509_Certificate(encoding).PEM_encode() + root);
   (void)Validate("p256-1", 0);
   EXPECT_EQ(Der(::tests::Certificate("p256-3/root.pem")), responder->questions.at(0).issuer);
 }

@@ -73,9 +73,7 @@ std::size_t SharedSubjects(const Certificates& chain) {
 }
 
 bool IsIssuedBy(const X509_Certificate& certificate, const X509_Certificate& issuer) {
-  if (certificate.issuer_dn() != issuer.subject_dn()) return false;
-  const auto key = issuer.load_subject_public_key();
-  return certificate.check_signature(*key);
+  return IsSignedBy(certificate, issuer, LoadKey(issuer));
 }
 
 VerifiedPaths::VerifiedPaths(const Certificates& chain)

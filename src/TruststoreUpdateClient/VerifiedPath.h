@@ -21,8 +21,8 @@ namespace truststore_update_client {
 /// The number of subjects that more than one different certificate in `chain` bears. Any thread.
 [[nodiscard]] std::size_t SharedSubjects(const std::vector<Botan::X509_Certificate>& chain);
 
-/// True when `certificate` names `issuer` as its issuer and was signed with its key. Throws when
-/// that key cannot be used. Any thread.
+/// True when `certificate` names `issuer` as its issuer and was signed with its key. A key that
+/// cannot be used has signed nothing. Any thread.
 [[nodiscard]] bool IsIssuedBy(const Botan::X509_Certificate& certificate,
                               const Botan::X509_Certificate& issuer);
 
