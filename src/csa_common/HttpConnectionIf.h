@@ -24,10 +24,15 @@ class HttpConnectionIf {
  public:
   virtual ~HttpConnectionIf() = default;
 
+  /// Fetches what `url` names.
   [[nodiscard]] virtual unsigned int Get(HttpProtocol& protocol, const std::string& service,
                                          const std::string& url) const = 0;
+
+  /// Has `url` process the payload.
   [[nodiscard]] virtual unsigned int Post(HttpProtocol& protocol, const std::string& service,
                                           const std::string& url) const = 0;
+
+  /// Stores the payload at `url`.
   [[nodiscard]] virtual unsigned int Put(HttpProtocol& protocol, const std::string& service,
                                          const std::string& url) const = 0;
 

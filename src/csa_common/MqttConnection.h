@@ -30,8 +30,11 @@ class MqttConnection : public MqttConnectionIf,
   MqttConnection(const MqttConnection&) = delete;
   MqttConnection& operator=(const MqttConnection&) = delete;
 
+  /// Logs the connector's answer at info, or at error for a failure; so does Connect.
   [[nodiscard]] unsigned int Subscribe(const std::string& topic) override;
   [[nodiscard]] unsigned int Connect() override;
+
+  /// A callback may still be under way afterwards.
   std::int32_t Disconnect() override;
 
   /// Takes no lock: never waits for a message that is being stored.
@@ -43,6 +46,9 @@ class MqttConnection : public MqttConnectionIf,
 
   /// Has the owner subscribe again when a lost connection (1) is back (0).
   void LumoPubSubConnectionState(std::int32_t state) override;
+
+  /// This and what says nothing else below only write a line: at error for what failed, else at
+  /// debug.
   void LumoPublishAcknowledgeReceived(const std::string& topic, std::uint16_t requestId) override;
 
   /// Keeps the message and tells the owner.
@@ -62,6 +68,7 @@ class MqttConnection : public MqttConnectionIf,
   void LumoConnectorStatus(lumo_connector::SessionStatus status) override;
 
  private:
+  // Constant after construction.
   std::shared_ptr<lumo_connector::LumoConnector> connector;
   MqttConnectionCbIf* owner;
 
