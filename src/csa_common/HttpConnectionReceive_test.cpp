@@ -81,6 +81,21 @@ TEST_F(HttpReceive, MoreThanOneChunk_ReadInChunks) {
   EXPECT_EQ(lines.at(6), "info: HttpConnection: Total received 1501 bytes from socket");
 }
 
+TEST_F(HttpReceive, LargeResponse_CompleteAndToldChunkByChunk) {
+  const std::string body(1 << 20, 'x');
+  EXPECT_EQ(Post(Answer("HTTP/1.1 200 OK\r\n\r\n" + body)), kHttpSuccess);
+  EXPECT_EQ(protocol.ResponsePayload(), body);
+  const std::string before = "info: HttpConnection: Read ";
+  std::size_t told = 0;
+  for (const std::string& line : log.Lines()) {
+    if (line.compare(0, before.size(), before) != 0) continue;
+    const std::size_t count = std::stoul(line.substr(before.size()));
+    EXPECT_LE(count, 1500U);
+    told += count;
+  }
+  EXPECT_EQ(told, body.size() + 19);
+}
+
 TEST_F(HttpReceive, PollFailsFirst_StreamLeftOpen) {
   pollPlan.results = {-1};
   EXPECT_EQ(Post([](PeerStream& peer) { peer.WaitForClose(); }), kHttpReceiveFailed);
