@@ -8,6 +8,9 @@ from bench.messages import Response
 
 KEPT_CHECKS = 1000
 OCSP_TYPE = "application/ocsp-request"
+# version v1, which is the default (RFC 6960 section 4.1.1).
+DEFAULT_VERSION = bytes.fromhex("a003020100")
+SEQUENCE = 0x30
 
 
 class OcspFront:
@@ -46,6 +49,15 @@ class OcspFront:
     def subject_of(self, request):
         """(name, issuer, certificate) that a request is about, as far as they are known."""
         try:
-            return self.pki.subject_of(ocsp.load_der_ocsp_request(request.body))
+            return self.pki.subject_of(ocsp.load_der_ocsp_request(_without_default_version(request.body)))
         except ValueError:
             return None, None, None
+
+
+def _without_default_version(body):
+    """A short request as DER wants it: clients tell the default version though it should be left out (X.690 section
+    11.5), responders take that, and the library that reads the request here does not."""
+    if body[4:9] != DEFAULT_VERSION:
+        return body
+    shorter = [length - len(DEFAULT_VERSION) for length in (body[1], body[3])]
+    return bytes([SEQUENCE, shorter[0], SEQUENCE, shorter[1]]) + body[9:]

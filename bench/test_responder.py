@@ -14,10 +14,11 @@ def ask(tools, bench, member="signer", issuer="ca-1", endpoint="mod-ocsp"):
     return (done.stderr + done.stdout).decode()
 
 
-def request_file(tools, bench):
+def request_file(tools, bench, *options):
     """A request about the signer, made by openssl."""
     path = bench.directory / "request.der"
-    tools.run("openssl", "ocsp", "-issuer", bench.pki.path("ca-1"), "-cert", bench.pki.path("signer"), "-reqout", path)
+    tools.run("openssl", "ocsp", "-issuer", bench.pki.path("ca-1"), "-cert", bench.pki.path("signer"), "-reqout", path,
+              *options)
     return path
 
 
@@ -99,6 +100,16 @@ VERDICTS = {
     "ocsp-wrong-signature": "Response Verify Failure",
     "ocsp-big": "Response verify OK",
 }
+
+
+def test_request_that_tells_the_default_version_is_answered(bench, tools):
+    path = request_file(tools, bench, "-no_nonce")
+    plain = path.read_bytes()
+    path.write_bytes(bytes([plain[0], plain[1] + 5, plain[2], plain[3] + 5, 0xa0, 3, 2, 1, 0]) + plain[4:])
+    _, output = tools.curl("-i", "-H", "Content-Type: application/ocsp-request", "--data-binary", f"@{path}",
+                           bench.url("ocsp"))
+    assert output.startswith(b"HTTP/1.0 200 OK\r\n")
+    assert bench.checks("ocsp")[-1] == "signer"
 
 
 @pytest.mark.parametrize("name", [name for name in TABLE if name.startswith("ocsp-")])
