@@ -173,9 +173,15 @@ unsigned int HttpConnection::UrlParser(std::string url) {
   return HttpConnection(nullptr).UrlParser(url, parsed);
 }
 
+lumo_connector::LumoSocketResult HttpConnection::SocketConnect(const std::string& operationTypeId,
+                                                               const std::string& host,
+                                                               std::uint16_t port) const {
+  return connector->SocketConnect(operationTypeId, host, port);
+}
+
 int HttpConnection::OpenConnection(const std::string& service, const std::string& host,
                                    unsigned short port) const {
-  const lumo_connector::LumoSocketResult result = connector->SocketConnect(service, host, port);
+  const lumo_connector::LumoSocketResult result = SocketConnect(service, host, port);
   if (result.status != 0) {
     CSCLogging::LogError(CSCLogEntry() << "HttpConnection: Connection not established. Status: "
                                        << result.status);

@@ -103,6 +103,11 @@ class HttpConnection : public HttpConnectionIf {
   enum class Received { kAnswer, kNothing, kFailed };
   class OpenStream;
 
+  /// Opens the stream of a request, as the connector's operation of this name tells. For classes
+  /// whose streams come from elsewhere.
+  [[nodiscard]] virtual lumo_connector::LumoSocketResult SocketConnect(
+      const std::string& operationTypeId, const std::string& host, std::uint16_t port) const;
+
   [[nodiscard]] unsigned int Exchange(HttpProtocol& protocol, const std::string& service,
                                       const std::string& url, Builder builder) const;
 

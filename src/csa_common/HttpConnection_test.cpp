@@ -48,6 +48,31 @@ TEST_F(Http, Post_EveryLine) {
                   "debug: HttpConnection: Received payload 3 bytes\n\n"));
 }
 
+// Streams that no connector opens.
+class OtherStreams : public HttpConnection {
+ public:
+  explicit OtherStreams(int streamsStatus) : HttpConnection(nullptr), status(streamsStatus) {}
+  mutable std::string asked;
+
+ private:
+  [[nodiscard]] lumo_connector::LumoSocketResult SocketConnect(const std::string& operationTypeId,
+                                                               const std::string& host,
+                                                               std::uint16_t port) const override {
+    asked = operationTypeId + " " + host + " " + std::to_string(port);
+    return {status, -1, "", ""};
+  }
+
+  const int status;
+};
+
+TEST_F(Http, StreamsFromElsewhere_AreAskedForAndFailAsAConnectorsDo) {
+  const OtherStreams other(ECONNREFUSED);
+  EXPECT_EQ(other.Post(protocol, "Service", kUrl), kHttpConnectFailed);
+  EXPECT_EQ(other.asked, "Service backend.example 8080");
+  EXPECT_EQ(log.Lines(LogLevel::kError).front(),
+            "error: HttpConnection: Connection not established. Status: 111");
+}
+
 TEST_F(Http, Get_RequestAndLine) {
   fake.Connect(Answer("HTTP/1.1 204 No Content\r\n\r\n"));
   protocol.SetOption(HttpOption::Payload, "");
