@@ -90,9 +90,18 @@ void AddVerify(CLI::App& app, Request& request) {
   command.add_option("--installed-timestamp", options.installedTimestamp,
                      "timestamp of the installed container; 0 (default): none is installed");
   command.add_option("--at", options.at, "the unit's clock (default now)");
-  command.add_option("--ocsp", options.ocsp,
-                     "what is known of revocation: none (default; the unit refuses then), good, "
-                     "revoked");
+  auto* const ocsp = command.add_option(
+      "--ocsp", options.ocsp,
+      "what is known of revocation: none (default; the unit refuses then), good, revoked");
+  auto* const url =
+      command
+          .add_option("--ocsp-url", options.ocspUrl,
+                      "URL of the OCSP responder to ask, once about each certificate of the signer")
+          ->excludes(ocsp);
+  command
+      .add_option("--ocsp-ca", options.ocspCa,
+                  "PEM file of certificates that an https responder is verified against")
+      ->needs(url);
   command
       .add_option("--switch", options.switches,
                   "a development switch that is on at the unit; again for more")

@@ -36,6 +36,27 @@ TEST_F(TscProgram, FileBehindARepeatableOption_IsTheContainer) {
       << err.str();
 }
 
+TEST_F(TscProgram, OcspAnswerBesideAResponder_Refused) {
+  EXPECT_EQ(Run({"verify", "--root", Pki("root.pem"), "--ocsp", "good", "--ocsp-url", "http://r/",
+                 Path("out.tsc")}),
+            kUsage);
+  EXPECT_THAT(err.str(), HasSubstr("--ocsp excludes --ocsp-url"));
+}
+
+TEST_F(TscProgram, OcspCaWithoutResponder_Refused) {
+  EXPECT_EQ(Run({"verify", "--root", Pki("root.pem"), "--ocsp-ca", "ca.pem", Path("out.tsc")}),
+            kUsage);
+  EXPECT_THAT(err.str(), HasSubstr("--ocsp-ca requires --ocsp-url"));
+}
+
+TEST_F(TscProgram, OcspUrl_Asked) {
+  ASSERT_EQ(Create(), kDone) << err.str();
+  EXPECT_EQ(Run({"verify", "--root", Pki("root.pem"), "--ocsp-url", "http://127.0.0.1:1/",
+                 Path("out.tsc")}),
+            kRefused);
+  EXPECT_THAT(out.str(), HasSubstr("OCSP Check 1 Failed."));
+}
+
 TEST_F(TscProgram, SecondFileBehindOneRoot_NeverTrusted) {
   ASSERT_EQ(Create(), kDone) << err.str();
   EXPECT_EQ(Run({"verify", Path("out.tsc"), "--ocsp", "good", "--root",

@@ -4,6 +4,7 @@
 
 #include "TruststoreUpdateClient/PersistentFileStorageImpl.h"
 #include "csc_logging/CSCLogging.h"
+#include "tools/tsc/OcspResponder.h"
 #include "tools/tsc/UnitStore.h"
 
 namespace tsc {
@@ -45,14 +46,19 @@ class NoRecords : public tuc::PersistentFileStorageIf {
 };
 
 tuc::HSM::Collaborators ChecksOver(const UnitState& state) {
-  return {std::make_shared<RootsOnly>(state.rootsPem),
-          tuc::PersistentFileStorage(std::make_shared<NoRecords>()), "", "", state.now};
+  tuc::HSM::Collaborators collaborators{std::make_shared<RootsOnly>(state.rootsPem),
+                                        tuc::PersistentFileStorage(std::make_shared<NoRecords>()),
+                                        "", "", state.now};
+  if (state.responder) AskResponder(*state.responder, collaborators);
+  return collaborators;
 }
 
 }  // namespace
 
 VerificationFacade::VerificationFacade(UnitState unitState)
-    : state(std::move(unitState)), checks(ChecksOver(state)) {}
+    : state(std::move(unitState)), checks(ChecksOver(state)) {
+  checks.DisableUpdateRetries(true);
+}
 
 bool VerificationFacade::GetInstalledContainerId(std::string& id) {
   id = state.installedId;
@@ -93,7 +99,8 @@ bool VerificationFacade::X5CPathValidation(
   return checks.X5CPathValidation(chain);
 }
 
-int VerificationFacade::X5COcspValidation(const std::vector<Botan::X509_Certificate>&) {
+int VerificationFacade::X5COcspValidation(const std::vector<Botan::X509_Certificate>& chain) {
+  if (state.responder) return checks.X5COcspValidation(chain);
   if (state.ocsp == OcspAnswer::kGood) return 0;
   CSCLogging::LogError(state.ocsp == OcspAnswer::kRevoked
                            ? "Error: OCSP: a certificate of the signer chain is revoked"

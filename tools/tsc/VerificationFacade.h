@@ -1,6 +1,6 @@
-/// The trust store of a unit that does not exist: roots, records and revocation answers come from
-/// the command line, and an installation changes nothing. The path and signature checks are the
-/// client's own.
+/// The trust store of a unit that does not exist: roots, records and revocation answers (or who is
+/// asked for them) come from the command line, and an installation changes nothing. The path,
+/// signature and revocation checks are the client's own.
 #ifndef TOOLS_TSC_VERIFICATIONFACADE_H
 #define TOOLS_TSC_VERIFICATIONFACADE_H
 
@@ -8,10 +8,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "TruststoreUpdateClient/HSM.h"
+#include "platform/host/config/HostConfig.h"
 
 namespace tsc {
 
@@ -25,6 +27,7 @@ struct UnitState {
   std::uint32_t installedTimestamp = 0;  ///< 0: nothing installed
   OcspAnswer ocsp = OcspAnswer::kNone;
   std::function<std::chrono::system_clock::time_point()> now = std::chrono::system_clock::now;
+  std::optional<platform_host::ServiceConfig> responder;  ///< asked in place of `ocsp` if any
 };
 
 /// One thread, but for DisableUpdateRetries, which any may call.
@@ -44,10 +47,12 @@ class VerificationFacade : public truststore_update_client::HSMIf {
   [[nodiscard]] bool X5CPathValidation(
       const std::vector<Botan::X509_Certificate>& chain) const override;
 
-  /// The answer of the state; kNone fails, as a unit without a connection does.
+  /// The responder's answers to the client's own check, which asks once: where a unit would go on
+  /// asking one that it cannot reach, this fails. Without a responder the answer of the state;
+  /// kNone fails, as a unit without a connection does. Blocks for one exchange a certificate.
   [[nodiscard]] int X5COcspValidation(const std::vector<Botan::X509_Certificate>& chain) override;
 
-  /// Nothing here ever waits.
+  /// Nothing here ever waits for another attempt.
   void DisableUpdateRetries(bool disable) override;
 
  private:

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
 #include <string_view>
+#include <utility>
 
 #include "TruststoreUpdateClient/ContainerHandler.h"
 #include "TruststoreUpdateClient/DevelopmentTools.h"
@@ -18,6 +20,7 @@
 #include "tools/tsc/Certificates.h"
 #include "tools/tsc/ExitCode.h"
 #include "tools/tsc/Files.h"
+#include "tools/tsc/OcspResponder.h"
 #include "tools/tsc/Timestamps.h"
 #include "tools/tsc/VerificationFacade.h"
 
@@ -107,10 +110,18 @@ Result<UnitState> StateFrom(const VerifyOptions& options) {
   if (!at.has_value()) return NoTimestamp("--at", options.at);
   const auto ocsp = ParseOcsp(options.ocsp);
   if (!ocsp.has_value()) return Error("--ocsp " + options.ocsp + ": not none, good or revoked");
+  if (options.ocspUrl) {
+    auto responder = ResponderAt(*options.ocspUrl, options.ocspCa);
+    if (!responder.Ok()) return responder.Failure();
+    state.responder = std::move(responder).Take();
+  }
   state.installedId = options.installedId;
   state.installedTimestamp = *installed;
   state.ocsp = *ocsp;
-  state.now = [at] { return std::chrono::system_clock::from_time_t(*at); };
+  // A clock that stands still would find a responder's answer to come from the future.
+  if (options.at != "now") {
+    state.now = [at] { return std::chrono::system_clock::from_time_t(*at); };
+  }
   return state;
 }
 
@@ -155,6 +166,10 @@ Result<std::string> RootsFrom(const std::string& path, const std::string& bytes)
   return certificates.Value().front().PEM_encode();
 }
 
+int CodeOf(const platform_host::ConnectFailure& failure) {
+  return failure.status == EINVAL ? kRefused : kFileFailed;
+}
+
 int Complain(const std::string& error, int code, std::ostream& err) {
   err << "tsc verify: " << error << '\n';
   return code;
@@ -170,6 +185,10 @@ int RunVerify(const VerifyOptions& options, std::ostream& out, std::ostream& err
   auto unit = std::move(state).Take();
   const auto switches = SwitchesOn(options.switches);
   if (!switches.Ok()) return Complain(switches.Failure().Text(), kUsage, err);
+  if (unit.responder) {
+    const auto failure = TrustFailure(*unit.responder);
+    if (failure) return Complain("--ocsp-ca: " + failure->reason, CodeOf(*failure), err);
+  }
   for (const auto& path : options.rootFiles) {
     const auto bytes = ReadWholeFile(path);
     if (!bytes.Ok()) return Complain(bytes.Failure().Text(), kFileFailed, err);

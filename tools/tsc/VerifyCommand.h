@@ -1,9 +1,10 @@
 /// `tsc verify`: what a unit would say to a container. Any thread; blocks for as long as the file
-/// system does.
+/// system does, and a responder where one is asked.
 #ifndef TOOLS_TSC_VERIFYCOMMAND_H
 #define TOOLS_TSC_VERIFYCOMMAND_H
 
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@ struct VerifyOptions {
   std::string ocsp = "none";          ///< none, good or revoked
   std::vector<std::string> switches;  ///< keys of development switches that are on
   bool json = false;
+  std::optional<std::string> ocspUrl = std::nullopt;  ///< asked in place of `ocsp`
+  std::string ocspCa{};  ///< file of certificates that an https responder is verified against
 };
 
 /// Tells the unit's status and log lines on `out`; wrong options and files go to `err`. Nothing is

@@ -150,6 +150,42 @@ TEST_F(VerifyCommand, WrongOptions_EachNamed) {
   }
 }
 
+TEST_F(VerifyCommand, WrongResponders_EachNamed) {
+  const struct {
+    const char* url;
+    std::string ca;
+    int code;
+    std::string error;
+  } cases[] = {
+      {"", "", kUsage, "--ocsp-url : must begin with http:// or https://"},
+      {"https://r/", "", kUsage, "--ocsp-url https://r/: https needs --ocsp-ca FILE"},
+      {"http://r/", "ca.pem", kUsage, "--ocsp-ca ca.pem: only for an https --ocsp-url"},
+      {"https://r/", Path("none.pem"), kFileFailed,
+       "--ocsp-ca: cannot read " + Path("none.pem") + ": No such file or directory"},
+      {"https://r/", Write("empty.pem", ""), kRefused,
+       "--ocsp-ca: no certificate in " + Path("empty.pem")},
+  };
+  for (const auto& entry : cases) {
+    err.str("");
+    options.ocspUrl = entry.url;
+    options.ocspCa = entry.ca;
+    EXPECT_EQ(Verify(TestContainer().Build()), entry.code) << entry.error;
+    EXPECT_EQ(err.str(), "tsc verify: " + entry.error + "\n");
+    EXPECT_EQ(out.str(), "");
+  }
+}
+
+TEST_F(VerifyCommand, SignerThatNamesNoResponder_RefusedByTheClientsOwnCheck) {
+  options.ocspUrl = "http://127.0.0.1:1/";
+  EXPECT_EQ(Verify(TestContainer().Build()), kRefused);
+  EXPECT_THAT(out.str(), HasSubstr("  info: Got URL for 'RUNA-TruststoreOCSP.COOCSPRequest'\n"));
+  EXPECT_THAT(out.str(), HasSubstr(" is missing OCSP responder.\n"
+                                   "  info: OCSP Check 1 Failed.\n"
+                                   "  error: OCSP check FAILED\n"));
+  EXPECT_THAT(out.str(), EndsWith("status 5 (STATUS_CODE_CERT_DECODE_ERROR): signer revoked or "
+                                  "revocation unknown, or signature wrong\n"));
+}
+
 TEST_F(VerifyCommand, MissingFiles_EachNamed) {
   options.file = Path("missing");
   EXPECT_EQ(RunVerify(options, out, err), kFileFailed);
