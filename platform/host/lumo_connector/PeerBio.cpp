@@ -3,8 +3,8 @@
 #include <openssl/bio.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <new>
 
 namespace platform_host {
@@ -35,7 +35,14 @@ int Write(BIO* bio, const char* bytes, std::size_t size, std::size_t* moved) {
 
 int Read(BIO* bio, char* buffer, std::size_t size, std::size_t* moved) {
   ::BIO_clear_flags(bio, BIO_FLAGS_RWS | BIO_FLAGS_SHOULD_RETRY);
-  const ssize_t count = ::recv(StateOf(bio).descriptor, buffer, size, MSG_DONTWAIT);
+  PeerBioState& state = StateOf(bio);
+  ssize_t count = -1;
+  if (state.allowance == 0) {
+    errno = EAGAIN;
+  } else {
+    count = ::recv(state.descriptor, buffer, size, MSG_DONTWAIT);
+  }
+  if (count > 0) state.allowance -= std::min(state.allowance, static_cast<std::size_t>(count));
   return Finish(bio, count, BIO_FLAGS_READ, moved);
 }
 

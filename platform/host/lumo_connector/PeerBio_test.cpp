@@ -44,6 +44,18 @@ TEST_F(Bio, NothingToRead_ToBeTriedAgain) {
   EXPECT_EQ(state.error, EAGAIN);
 }
 
+TEST_F(Bio, AllowanceUsedUp_NothingReadUntilThereIsMore) {
+  ASSERT_TRUE(tests::SendAll(peer.Get(), "you"));
+  state.allowance = 2;
+  ASSERT_EQ(::BIO_read(bio.get(), buffer.data(), 2), 2);
+  EXPECT_LE(::BIO_read(bio.get(), buffer.data(), 16), 0);
+  EXPECT_TRUE(BIO_should_read(bio.get()));
+  EXPECT_EQ(state.error, EAGAIN);
+  EXPECT_FALSE(state.ended);
+  state.allowance = 1;
+  EXPECT_EQ(::BIO_read(bio.get(), buffer.data(), 16), 1);
+}
+
 TEST_F(Bio, PeerFull_ToBeTriedAgain) {
   const std::string much(100000, 'x');
   while (::BIO_write(bio.get(), much.data(), 100000) > 0) {

@@ -60,6 +60,8 @@ TlsStream::TlsStream(support::UniqueFd peer, const TlsContext& context)
 /// Says goodbye, which no socket needs to have room for. Not after a failure: the library forbids
 /// it.
 TlsStream::~TlsStream() {
+  // A second goodbye would read on, for that of the peer.
+  state.allowance = 0;
   ::ERR_clear_error();
   if (isUsable) ::SSL_shutdown(session.get());
   ::ERR_clear_error();
@@ -88,6 +90,7 @@ ConnectOutcome TlsStream::ExpectPeer(const std::string& host) {
 ConnectOutcome TlsStream::Handshake(const std::string& anchorFile, const ConnectWait& wait) {
   for (;;) {
     ::ERR_clear_error();
+    state.allowance = kReadAllowance;
     const int result = ::SSL_connect(session.get());
     const long verified = ::SSL_get_verify_result(session.get());
     if (result == 1 && verified == X509_V_OK) break;
@@ -124,6 +127,7 @@ StreamStep TlsStream::Read(char* buffer, std::size_t size) {
   holdsBytes = false;
   if (last) return *last;
   StreamStep moved{Outcome::kMoved, 0, 0, ""};
+  state.allowance = kReadAllowance;
   while (moved.bytes < size) {
     std::size_t count = 0;
     ::ERR_clear_error();

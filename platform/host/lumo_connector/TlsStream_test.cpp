@@ -269,6 +269,25 @@ TEST_F(Tls, PeerWithoutTls_Refused) {
   EXPECT_EQ(std::get<ConnectFailure>(opened).reason, "it does not speak TLS");
 }
 
+/// The library passes over a HelloRequest within the call that met it (RFC 5246 section 7.4.1.1).
+TEST_F(Tls, HelloRequestsWithoutEndInTheHandshake_StopStillEndsTheWait) {
+  const tests::LoopbackPeer peer;
+  const std::string record = std::string("\x16\x03\x03\x40\x00", 5) + std::string(16384, '\0');
+  constexpr int kStopAfter = 256;
+  constexpr int kMost = 16384;  // an end all the same, for a client that does not stop
+  std::thread server([&] {
+    const auto connection = peer.Accept();
+    static_cast<void>(tests::ReadUpTo(connection.Get(), 5));
+    for (int sent = 0; sent < kMost && tests::SendAll(connection.Get(), record); ++sent) {
+      if (sent == kStopAfter) ::eventfd_write(stop.Get(), 1);
+    }
+  });
+  const auto opened = Open("localhost", peer.Port());
+  server.join();
+  ASSERT_TRUE(std::holds_alternative<ConnectFailure>(opened));
+  EXPECT_EQ(std::get<ConnectFailure>(opened).status, ECANCELED);
+}
+
 TEST_F(Tls, PeerClosesInTheHandshake_Closed) {
   const tests::LoopbackPeer peer;
   std::thread server([&peer] {
