@@ -90,7 +90,7 @@ bool RelayedExchange::GiveToPeer() {
 void RelayedExchange::MoveAnswer(RelayBuffer& buffer, TimePoint now) {
   for (int chunk = 0; chunk < kChunksATurn; ++chunk) {
     if (!FlushAnswer() || !TakeFromPeer(buffer, now)) break;
-    hasMore = chunk + 1 == kChunksATurn;
+    hasMore = hasMore || chunk + 1 == kChunksATurn;
   }
   rails.ClientTakes(answer.empty(), now);
 }

@@ -131,6 +131,21 @@ TEST_F(Relayed, RequestThatThePeerTakesSlowly_WaitsAndNothingMoreIsRead) {
   EXPECT_EQ(exchange.NeedsNow().peer, POLLIN);
 }
 
+TEST_F(Relayed, LongRequestWhileAnAnswerComes_GoneOnWith) {
+  const std::string request(10 * kRequestChunk, 'x');
+  const int room = 4 * 1024 * 1024;
+  ::setsockopt(client.Get(), SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+  peer.answers = {"first", "second"};
+  auto exchange = Make();
+  ASSERT_TRUE(tests::SendAll(client.Get(), request));
+  Serve(exchange);
+  EXPECT_LT(peer.received.size(), request.size());
+  EXPECT_TRUE(exchange.HasMore());
+  Serve(exchange);
+  EXPECT_EQ(peer.received, request);
+  EXPECT_FALSE(exchange.HasMore());
+}
+
 TEST_F(Relayed, PeerThatTakesNoMore_StillHeard) {
   peer.room = 0;
   peer.full = {Outcome::kBroken, 0, 0, "Broken pipe"};
