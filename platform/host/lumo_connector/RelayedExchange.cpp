@@ -165,7 +165,9 @@ void RelayedExchange::CheckLimits(TimePoint now) {
 
 void RelayedExchange::FinishWhenDelivered(RelayBuffer& buffer) {
   if (!peerHasEnded || !answer.empty()) return;
-  // A socket closed with bytes unread tells the client of a reset in place of the end.
+  // A socket closed with bytes unread tells the client of a reset in place of the end; from now on
+  // the client can add none.
+  ::shutdown(clientEnd.Get(), SHUT_RD);
   while (::recv(clientEnd.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) {
   }
   isFinished = true;

@@ -208,6 +208,18 @@ TEST_F(Relayed, PeerEndsWithRequestUnread_ClientSeesTheEndAndNoReset) {
   EXPECT_EQ(::recv(client.Get(), &byte, 1, 0), 0);
 }
 
+TEST_F(Relayed, PeerEndsWhileTheClientWrites_ClientSeesTheEndAndNoReset) {
+  peer.after = {Outcome::kEnd, 0, 0, ""};
+  {
+    auto exchange = Make();
+    Serve(exchange);
+    ASSERT_TRUE(exchange.IsFinished());
+    EXPECT_FALSE(tests::SendAll(client.Get(), "more"));
+  }
+  char byte = 0;
+  EXPECT_EQ(::recv(client.Get(), &byte, 1, 0), 0);
+}
+
 TEST_F(Relayed, PeerReset_EndWithOneDebugLine) {
   peer.answers = {"part"};
   peer.after = {Outcome::kBroken, 0, 0, "Connection reset by peer"};
