@@ -77,11 +77,13 @@ Connected<std::unique_ptr<PeerStream>> TlsStream::Open(support::UniqueFd peer,
   return std::unique_ptr<PeerStream>(std::move(stream));
 }
 
-/// An empty name would switch the check of it off.
+/// An empty name would switch the check of it off; one that begins with a dot would stand for every
+/// name that ends with it.
 ConnectOutcome TlsStream::ExpectPeer(const std::string& host) {
+  const bool isName = !host.empty() && host.front() != '.';
   const bool isSet =
-      !host.empty() && (IsAddress(host) ? ExpectAddress(::SSL_get0_param(session.get()), host)
-                                        : ExpectName(session.get(), host));
+      isName && (IsAddress(host) ? ExpectAddress(::SSL_get0_param(session.get()), host)
+                                 : ExpectName(session.get(), host));
   ::ERR_clear_error();
   if (!isSet) return ConnectFailure{EINVAL, "no usable host name"};
   return std::nullopt;

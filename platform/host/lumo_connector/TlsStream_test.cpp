@@ -269,6 +269,16 @@ TEST_F(Tls, PeerWithoutTls_Refused) {
   EXPECT_EQ(std::get<ConnectFailure>(opened).reason, "it does not speak TLS");
 }
 
+TEST_F(Tls, NameThatBeginsWithADot_StandsForNoOther) {
+  for (const char* host : {".example", "..example"}) {
+    const TlsServer server("wrong-name", [](SSL* session) { ReadAll(session); });
+    const auto opened = Open(host, server.Port());
+    ASSERT_TRUE(std::holds_alternative<ConnectFailure>(opened)) << host;
+    EXPECT_EQ(std::get<ConnectFailure>(opened).status, EINVAL);
+    EXPECT_EQ(std::get<ConnectFailure>(opened).reason, "no usable host name");
+  }
+}
+
 /// The library passes over a HelloRequest within the call that met it (RFC 5246 section 7.4.1.1).
 TEST_F(Tls, HelloRequestsWithoutEndInTheHandshake_StopStillEndsTheWait) {
   const tests::LoopbackPeer peer;
