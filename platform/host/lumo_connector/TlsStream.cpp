@@ -103,6 +103,11 @@ ConnectOutcome TlsStream::Handshake(const std::string& anchorFile, const Connect
     if (step.outcome != Outcome::kWait) return TlsFailure(state);
     if (auto failure = wait.Until(state.descriptor, step.events)) return failure;
   }
+  // The library calls a peer without a certificate verified; the system's settings for it decide
+  // whether there are ciphers that need none.
+  if (::SSL_get0_peer_certificate(session.get()) == nullptr) {
+    return ConnectFailure{EACCES, "it has no certificate"};
+  }
   isUsable = true;
   return std::nullopt;
 }

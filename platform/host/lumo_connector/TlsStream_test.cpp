@@ -269,6 +269,23 @@ TEST_F(Tls, PeerWithoutTls_Refused) {
   EXPECT_EQ(std::get<ConnectFailure>(opened).reason, "it does not speak TLS");
 }
 
+/// As where the settings of the system allow ciphers without certificates.
+TEST_F(Tls, PeerWithoutCertificate_Refused) {
+  constexpr const char* kNoCertificate = "aNULL:@SECLEVEL=0";
+  const TlsServer server("good", [](SSL* session) { ReadAll(session); });
+  ASSERT_EQ(::SSL_CTX_set_cipher_list(server.Context(), kNoCertificate), 1);
+  const auto context = std::get<TlsContext>(TlsContext::Load(HostConfig{}, service));
+  ASSERT_EQ(::SSL_CTX_set_cipher_list(context.Get().get(), kNoCertificate), 1);
+  ::SSL_CTX_set_max_proto_version(context.Get().get(), TLS1_2_VERSION);
+  const ConnectWait wait(&steady_clock::now, steady_clock::now() + tests::kDeadline, stop.Get());
+  auto socket = ConnectTo("127.0.0.1", server.Port(), wait);
+  const auto opened = TlsStream::Open(std::move(std::get<PeerSocket>(socket).descriptor),
+                                      "localhost", context, wait);
+  ASSERT_TRUE(std::holds_alternative<ConnectFailure>(opened));
+  EXPECT_EQ(std::get<ConnectFailure>(opened).status, EACCES);
+  EXPECT_EQ(std::get<ConnectFailure>(opened).reason, "it has no certificate");
+}
+
 TEST_F(Tls, NameThatBeginsWithADot_StandsForNoOther) {
   for (const char* host : {".example", "..example"}) {
     const TlsServer server("wrong-name", [](SSL* session) { ReadAll(session); });
