@@ -12,7 +12,9 @@
 
 #include "platform/host/lumo_connector/PeerSocket.h"
 #include "platform/host/lumo_connector/WorkerThread.h"
+#include "tests/support/Files.h"
 #include "tests/support/LoopbackPeer.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TestPki.h"
 
 namespace platform_host {
@@ -284,6 +286,18 @@ TEST_F(Tls, PeerWithoutCertificate_Refused) {
   ASSERT_TRUE(std::holds_alternative<ConnectFailure>(opened));
   EXPECT_EQ(std::get<ConnectFailure>(opened).status, EACCES);
   EXPECT_EQ(std::get<ConnectFailure>(opened).reason, "it has no certificate");
+}
+
+TEST_F(Tls, AnchorAmongOthersAndSeveralTimes_Accepted) {
+  const tests::TemporaryDirectory directory;
+  service.caFile = directory.Path() + "/ca.pem";
+  std::string anchors;
+  for (const char* file : {"other-ca.pem", "ca.pem", "ca.pem", "intermediate.pem", "ca.pem"}) {
+    anchors += tests::PkiText(std::string("tls/") + file);
+  }
+  tests::WriteText(service.caFile, anchors);
+  EXPECT_EQ(RefusalOf("good", "localhost"), "");
+  EXPECT_EQ(RefusalOf("unknown-ca", "localhost"), "");
 }
 
 TEST_F(Tls, NameThatBeginsWithADot_StandsForNoOther) {
