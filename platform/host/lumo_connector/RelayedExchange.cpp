@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <utility>
 
@@ -30,11 +31,20 @@ RelayedExchange::RelayedExchange(support::UniqueFd client, std::unique_ptr<PeerS
       rails(limits),
       answerEvents(POLLIN) {}
 
+/// A socket closed with bytes unread tells the client of a reset in place of the end. After the
+/// shutdown the client can add none.
+RelayedExchange::~RelayedExchange() {
+  ::shutdown(clientEnd.Get(), SHUT_RD);
+  std::array<char, 4096> unread{};
+  while (::recv(clientEnd.Get(), unread.data(), unread.size(), MSG_DONTWAIT) > 0) {
+  }
+}
+
 void RelayedExchange::Serve(RelayBuffer& buffer, TimePoint now) {
   hasMore = false;
   MoveRequest(buffer);
   MoveAnswer(buffer, now);
-  FinishWhenDelivered(buffer);
+  FinishWhenDelivered();
   if (!isFinished) CheckLimits(now);
 }
 
@@ -163,14 +173,8 @@ void RelayedExchange::CheckLimits(TimePoint now) {
   isFinished = isFinished || !passed->isLength;
 }
 
-void RelayedExchange::FinishWhenDelivered(RelayBuffer& buffer) {
-  if (!peerHasEnded || !answer.empty()) return;
-  // A socket closed with bytes unread tells the client of a reset in place of the end; from now on
-  // the client can add none.
-  ::shutdown(clientEnd.Get(), SHUT_RD);
-  while (::recv(clientEnd.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) {
-  }
-  isFinished = true;
+void RelayedExchange::FinishWhenDelivered() {
+  isFinished = isFinished || (peerHasEnded && answer.empty());
 }
 
 }  // namespace platform_host

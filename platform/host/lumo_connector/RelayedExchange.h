@@ -40,6 +40,11 @@ class RelayedExchange {
   RelayedExchange(support::UniqueFd client, std::unique_ptr<PeerStream> peer, std::string label,
                   GuardRails limits);
 
+  /// The client reads what was delivered, then the end.
+  ~RelayedExchange();
+  RelayedExchange(const RelayedExchange&) = delete;
+  RelayedExchange& operator=(const RelayedExchange&) = delete;
+
   /// Moves what can be moved, within a share that leaves time for others. A limit that is passed
   /// ends the exchange with one warning line. Never waits.
   void Serve(RelayBuffer& buffer, TimePoint now);
@@ -79,7 +84,7 @@ class RelayedExchange {
   void CheckLimits(TimePoint now);
 
   /// Nothing more comes from the peer and everything that came is delivered.
-  void FinishWhenDelivered(RelayBuffer& buffer);
+  void FinishWhenDelivered();
 
   const support::UniqueFd clientEnd;
   std::unique_ptr<PeerStream> peerStream;  ///< null after a limit

@@ -214,7 +214,7 @@ TEST_F(Relayed, PeerEndsWhileTheClientWrites_ClientSeesTheEndAndNoReset) {
     auto exchange = Make();
     Serve(exchange);
     ASSERT_TRUE(exchange.IsFinished());
-    EXPECT_FALSE(tests::SendAll(client.Get(), "more"));
+    EXPECT_TRUE(tests::SendAll(client.Get(), "more"));
   }
   char byte = 0;
   EXPECT_EQ(::recv(client.Get(), &byte, 1, 0), 0);
@@ -321,6 +321,18 @@ TEST_F(Relayed, TimeOver_ClosedWithOneWarning) {
   EXPECT_TRUE(peer.isClosed);
   EXPECT_THAT(log.Lines(), ElementsAre("warning: libLumoConnectorShared: closed h:80 for Download: "
                                        "it takes longer than 100 s"));
+}
+
+TEST_F(Relayed, TimeOverWithRequestUnread_ClientSeesTheEndAndNoReset) {
+  peer.room = 0;
+  {
+    auto exchange = Make();
+    ASSERT_TRUE(tests::SendAll(client.Get(), std::string(50000, 'x')));
+    Serve(exchange, seconds(100));
+    EXPECT_TRUE(exchange.IsFinished());
+  }
+  char byte = 0;
+  EXPECT_EQ(::recv(client.Get(), &byte, 1, 0), 0);
 }
 
 TEST_F(Relayed, TimeOverWhileDelivering_NoSecondWarning) {
