@@ -76,11 +76,6 @@ TEST_F(TlsPeers, WrongName_Refused) {
   ExpectRefused(server.Port(), EACCES, "its certificate is for another name");
 }
 
-TEST_F(TlsPeers, WildcardForAPartOfALabel_Refused) {
-  const OpensslServer server("wildcard");
-  ExpectRefused(server.Port(), EACCES, "its certificate is for another name");
-}
-
 TEST_F(TlsPeers, Expired_Refused) {
   const OpensslServer server("expired");
   ExpectRefused(server.Port(), EACCES, "a certificate of its chain has expired");

@@ -1,9 +1,12 @@
 """Servers on this machine, good ones and those that a client must refuse, and a client for them."""
 
 from bench.authority import DAY, issue, name, now, server_names, write, write_key
+from cryptography import x509
 from cryptography.hazmat.primitives import serialization
 
 LOCAL = server_names(host="localhost", address="127.0.0.1")
+
+WILDCARDS = ("*.whole.example", "ba*.part.example")
 
 
 def write_party(folder, entity, chain=()):
@@ -18,7 +21,8 @@ def server(issuer, names=LOCAL, **options):
 
 def write_servers(out, ca, other_ca):
     write_party(out / "good", server(ca))
-    write_party(out / "wildcard", server(ca, server_names(host="local*")))
+    wildcards = x509.SubjectAlternativeName([x509.DNSName(one) for one in WILDCARDS])
+    write_party(out / "wildcard", server(ca, (wildcards, False)))
     write_party(out / "wrong-name", server(ca, server_names(host="other.example")))
     write_party(out / "expired", server(ca, begin=now() - 30 * DAY, end=now() - DAY))
     write_party(out / "not-yet", server(ca, begin=now() + 30 * DAY))

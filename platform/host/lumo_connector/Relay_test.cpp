@@ -1,6 +1,7 @@
 #include "platform/host/lumo_connector/Relay.h"
 
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <atomic>
@@ -25,6 +26,29 @@ std::pair<support::UniqueFd, support::UniqueFd> Ends() {
   EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   return {support::UniqueFd(ends[0]), support::UniqueFd(ends[1])};
 }
+
+/// A peer that has already been read: bytes without a descriptor that tells of them.
+class BufferedStream : public PeerStream {
+ public:
+  explicit BufferedStream(support::UniqueFd idle) : socket(std::move(idle)) {}
+
+  StreamStep Read(char* buffer, std::size_t) override {
+    if (left == 0) return {StreamStep::Outcome::kWait, 0, POLLIN, ""};
+    --left;
+    *buffer = 'x';
+    return {StreamStep::Outcome::kMoved, 1, 0, ""};
+  }
+  StreamStep Write(const char*, std::size_t size) override {
+    return {StreamStep::Outcome::kMoved, size, 0, ""};
+  }
+  void EndWriting() override {}
+  [[nodiscard]] bool HoldsBytes() const override { return left > 0; }
+  [[nodiscard]] int Descriptor() const override { return socket.Get(); }
+
+ private:
+  const support::UniqueFd socket;
+  int left = 10000;
+};
 
 /// A relay whose clock moves when the test says so, with one exchange: `client` and `peer` are the
 /// far ends of its two streams.
@@ -70,6 +94,7 @@ TEST_F(Relaying, ClientCloses_PeerClosed) {
   ASSERT_FALSE(relay.Add(MakeExchange()));
   client = support::UniqueFd();
   EXPECT_TRUE(tests::IsAtEnd(peer.Get()));
+  EXPECT_FALSE(tests::SendAll(peer.Get(), "late"));
 }
 
 TEST_F(Relaying, PeerCloses_ClientAtEnd) {
@@ -89,6 +114,15 @@ TEST_F(Relaying, SeveralExchanges_EachItsOwn) {
     ASSERT_TRUE(tests::SendAll(all[index].first.Get(), text));
     EXPECT_EQ(tests::ReadUpTo(all[index].second.Get(), text.size()), text);
   }
+}
+
+TEST_F(Relaying, PeerThatWasReadAhead_DeliveredWithoutWaiting) {
+  auto [clientFar, clientNear] = Ends();
+  auto [peerFar, peerNear] = Ends();
+  ASSERT_FALSE(relay.Add(std::make_unique<RelayedExchange>(
+      std::move(clientNear), std::make_unique<BufferedStream>(std::move(peerNear)), "h:80 for A",
+      GuardRails(ExchangeLimits{}, Now()))));
+  EXPECT_EQ(tests::ReadUpTo(clientFar.Get(), 10000).size(), 10000U);
 }
 
 TEST_F(Relaying, TimeOver_Closed) {

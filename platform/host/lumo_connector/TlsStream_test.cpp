@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <functional>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -138,7 +139,14 @@ TEST_F(Tls, OtherNameOrAddress_Refused) {
   EXPECT_EQ(RefusalOf("good", "127.0.0.2"), "its certificate is for another address");
   EXPECT_EQ(RefusalOf("good", "::1"), "its certificate is for another address");
   EXPECT_EQ(RefusalOf("wrong-name", "localhost"), "its certificate is for another name");
-  EXPECT_EQ(RefusalOf("wildcard", "localhost"), "its certificate is for another name");
+}
+
+TEST_F(Tls, Wildcard_StandsForOneWholeLabel) {
+  const std::string other = "its certificate is for another name";
+  EXPECT_EQ(RefusalOf("wildcard", "a.whole.example"), "");
+  EXPECT_EQ(RefusalOf("wildcard", "a.b.whole.example"), other);
+  EXPECT_EQ(RefusalOf("wildcard", "whole.example"), other);
+  EXPECT_EQ(RefusalOf("wildcard", "bar.part.example"), other);
 }
 
 TEST_F(Tls, OutOfItsTime_Refused) {
@@ -241,6 +249,22 @@ TEST_F(Tls, BytesThatAreNoTls_RefusedAndStaysSo) {
   EXPECT_EQ(last.outcome, Outcome::kRefused);
   EXPECT_EQ(last.reason, "it does not speak TLS");
   EXPECT_NE(stream->Write("a", 1).outcome, Outcome::kMoved);
+}
+
+TEST_F(Tls, BytesThatAreNoTlsBehindAnAnswer_AnswerThenRefused) {
+  std::promise<void> sent;
+  const TlsServer server("good", [&](SSL* session) {
+    Write(session, "answer");
+    static_cast<void>(tests::SendAll(::SSL_get_fd(session), std::string(100, 'x')));
+    sent.set_value();
+    ReadAll(session);
+  });
+  const auto stream = MustOpen(server.Port());
+  ASSERT_NE(stream, nullptr);
+  sent.get_future().wait();
+  EXPECT_EQ(ReadStream(*stream), "answer");
+  EXPECT_EQ(last.outcome, Outcome::kRefused);
+  EXPECT_EQ(last.reason, "it does not speak TLS");
 }
 
 TEST_F(Tls, PeerGone_WriteBrokenWithoutSignal) {
