@@ -15,6 +15,7 @@ namespace lumo_connector {
 namespace {
 
 using platform_host::LogLevel;
+using ::testing::AnyOf;
 using ::testing::ElementsAre;
 using tests::BrokerUnit;
 using tests::ConnectorLine;
@@ -332,8 +333,11 @@ TEST_F(TlsBroker, CaFileWithoutCertificate_NoConnection) {
 
 TEST_F(TlsBroker, ClientCertificateDemandedAndMissing_Refused) {
   Start("good", "require_certificate true\ncafile " + Pki("ca.pem") + "\n");
-  EXPECT_EQ(ReasonOfRefusal(Pki("ca.pem")),
-            "the broker closed the connection (TLS: tlsv13 alert certificate required)");
+  // Its word of why is lost when the connection is reset behind it.
+  EXPECT_THAT(
+      ReasonOfRefusal(Pki("ca.pem")),
+      AnyOf("the broker closed the connection (TLS: tlsv13 alert certificate required)",
+            "TLS: tlsv13 alert certificate required", "Connection reset by peer", "Broken pipe"));
 }
 
 TEST_F(Broker, TlsTowardsAPlainBroker_Refused) {
@@ -342,7 +346,8 @@ TEST_F(Broker, TlsTowardsAPlainBroker_Refused) {
   unit.Start();
   EXPECT_TRUE(tests::Eventually([&] { return !log.Lines(LogLevel::kError).empty(); }));
   EXPECT_THAT(log.Lines(LogLevel::kError),
-              ElementsAre(NoConnection("TLS: unexpected eof while reading")));
+              ElementsAre(AnyOf(NoConnection("TLS: unexpected eof while reading"),
+                                NoConnection("Connection reset by peer"))));
 }
 
 }  // namespace

@@ -323,6 +323,8 @@ std::string MosquittoClient::TlsReason() const {
 Error MosquittoClient::Reason(int result, int number) const {
   switch (result) {
     case MOSQ_ERR_ERRNO:
+      // What the library says when TLS fails behind the handshake.
+      if (number == EPROTO && !tlsReason.empty()) return Error("TLS: " + TlsReason());
       return number == 0 ? Error("the connection broke") : Error::OfErrno(number);
     case MOSQ_ERR_EAI:
       return Error(std::string("the name cannot be resolved: ") + ::gai_strerror(number));
