@@ -204,7 +204,6 @@ TEST_F(Exchanging, Exchanges_LeaveNoDescriptor) {
 }
 
 TEST_F(Exchanging, NoDescriptorLeft_FailsAndGoesOnLater) {
-  { const auto stream = Open(); }
   rlimit former{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &former), 0);
   std::vector<support::UniqueFd> fill;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <exception>
 #include <new>
 #include <string>
 #include <system_error>
@@ -32,15 +31,27 @@ pollfd WaitForPeer(const RelayedExchange& exchange, short events) {
   return {events == 0 ? -1 : exchange.PeerDescriptor(), events, 0};
 }
 
-std::vector<pollfd> WaitsOf(const std::vector<std::unique_ptr<RelayedExchange>>& served, int wake) {
-  std::vector<pollfd> waits{{wake, POLLIN, 0}};
-  waits.reserve(1 + kDescriptorsEach * served.size());
+}  // namespace
+
+/// The waits have room for all of `served` from the moment these are taken over.
+struct Relay::Work {
+  std::vector<std::unique_ptr<RelayedExchange>> served;
+  std::vector<pollfd> waits = std::vector<pollfd>(1);  ///< the eventfd's, then those of `served`
+  RelayBuffer buffer;
+};
+
+namespace {
+
+/// REQUIRES: `waits` has room.
+void CollectWaits(const std::vector<std::unique_ptr<RelayedExchange>>& served, int wake,
+                  std::vector<pollfd>& waits) {
+  waits.clear();
+  waits.push_back({wake, POLLIN, 0});
   for (const auto& exchange : served) {
     const auto needs = exchange->NeedsNow();
     waits.push_back({exchange->ClientDescriptor(), needs.client, 0});
     waits.push_back(WaitForPeer(*exchange, needs.peer));
   }
-  return waits;
 }
 
 milliseconds TimeToWait(const std::vector<std::unique_ptr<RelayedExchange>>& served,
@@ -92,8 +103,8 @@ ConnectOutcome Relay::Add(std::unique_ptr<RelayedExchange> exchange) {
 }
 
 void Relay::StartThread() {
-  thread = lumo_connector::StartThread(
-      "LumoRelay", [this, buffer = std::make_unique<RelayBuffer>()] { Run(*buffer); });
+  thread = lumo_connector::StartThread("LumoRelay",
+                                       [this, work = std::make_unique<Work>()] { Run(*work); });
   running = true;
 }
 
@@ -112,53 +123,55 @@ void Relay::Wake() const {
   ::eventfd_write(wake.Get(), 1);
 }
 
-void Relay::Run(RelayBuffer& buffer) noexcept {
+void Relay::Run(Work& work) noexcept {
   for (bool isOn = true; isOn;) {
-    Served served;
     try {
-      while ((isOn = TakeAdded(served))) ServeRound(served, buffer);
-    } catch (const std::exception&) {
-      CSCLogging::LogError("libLumoConnectorShared: all exchanges ended: out of memory");
+      isOn = TakeAdded(work);
+    } catch (const std::bad_alloc&) {
+      CSCLogging::LogError(kOutOfMemory);
     }
+    if (isOn) ServeRound(work);
   }
+  work.served.clear();
   const support::MutexLock lock(mutex);
   running = false;
   changed.NotifyAll();
 }
 
-bool Relay::TakeAdded(Served& served) {
-  const support::MutexLock lock(mutex);
-  if (stopping) {
-    added.clear();
-    return false;
+bool Relay::TakeAdded(Work& work) {
+  Added fresh;
+  {
+    const support::MutexLock lock(mutex);
+    fresh.swap(added);
+    if (stopping) return false;
   }
-  Served fresh;
-  fresh.swap(added);
-  served.reserve(served.size() + fresh.size());
-  for (auto& exchange : fresh) served.push_back(std::move(exchange));
+  const std::size_t count = work.served.size() + fresh.size();
+  work.waits.reserve(1 + kDescriptorsEach * count);
+  work.served.reserve(count);
+  for (auto& exchange : fresh) work.served.push_back(std::move(exchange));
   return true;
 }
 
-void Relay::ServeRound(Served& served, RelayBuffer& buffer) const {
-  auto waits = WaitsOf(served, wake.Get());
-  const auto wait = TimeToWait(served, clock());
-  ::poll(waits.data(), waits.size(), static_cast<int>(wait.count()));
+void Relay::ServeRound(Work& work) const {
+  CollectWaits(work.served, wake.Get(), work.waits);
+  const auto wait = TimeToWait(work.served, clock());
+  ::poll(work.waits.data(), work.waits.size(), static_cast<int>(wait.count()));
   eventfd_t count = 0;
-  if (waits[0].revents != 0) ::eventfd_read(wake.Get(), &count);
+  if (work.waits[0].revents != 0) ::eventfd_read(wake.Get(), &count);
   const auto now = clock();
-  for (std::size_t index = 0; index < served.size(); ++index) {
-    RelayedExchange& exchange = *served[index];
-    const short client = waits[1 + kDescriptorsEach * index].revents;
-    const short peer = waits[2 + kDescriptorsEach * index].revents;
+  for (std::size_t index = 0; index < work.served.size(); ++index) {
+    RelayedExchange& exchange = *work.served[index];
+    const short client = work.waits[1 + kDescriptorsEach * index].revents;
+    const short peer = work.waits[2 + kDescriptorsEach * index].revents;
     if ((client & (POLLHUP | POLLERR)) != 0) exchange.Abandon();
     const bool isDue = exchange.HasMore() || now >= exchange.NextCheck();
     if (!exchange.IsFinished() && (client != 0 || peer != 0 || isDue)) {
-      Serve(exchange, buffer, now);
+      Serve(exchange, work.buffer, now);
     }
   }
-  served.erase(std::remove_if(served.begin(), served.end(),
-                              [](const auto& exchange) { return exchange->IsFinished(); }),
-               served.end());
+  work.served.erase(std::remove_if(work.served.begin(), work.served.end(),
+                                   [](const auto& exchange) { return exchange->IsFinished(); }),
+                    work.served.end());
 }
 
 }  // namespace platform_host

@@ -37,25 +37,30 @@ class Relay {
   void Wake() const;
 
  private:
-  using Served = std::vector<std::unique_ptr<RelayedExchange>>;
+  using Added = std::vector<std::unique_ptr<RelayedExchange>>;
+
+  /// What the thread works on.
+  struct Work;
 
   void StartThread() REQUIRES(mutex);
 
   /// The thread.
-  void Run(RelayBuffer& buffer) noexcept EXCLUDES(mutex);
+  void Run(Work& work) noexcept EXCLUDES(mutex);
 
-  /// Appends what was added to `served`. Returns false when stopping.
-  [[nodiscard]] bool TakeAdded(Served& served) EXCLUDES(mutex);
+  /// Takes what was added over into `work`, with the memory to serve it. Returns false when
+  /// stopping. Throws std::bad_alloc, and what was added is closed then.
+  [[nodiscard]] bool TakeAdded(Work& work) EXCLUDES(mutex);
 
-  /// Waits for one of `served` to be ready or due, and serves those that are.
-  void ServeRound(Served& served, RelayBuffer& buffer) const;
+  /// Waits for one exchange to be ready or due, and serves those that are. Needs no memory of its
+  /// own: a lack of it must not end exchanges that need none.
+  void ServeRound(Work& work) const;
 
   const SteadyClock clock;
   const support::UniqueFd wake;  ///< an eventfd; -1 when there was none left to be had
 
   support::Mutex mutex;
   support::ConditionVariable changed;
-  Served added GUARDED_BY(mutex);
+  Added added GUARDED_BY(mutex);
   bool stopping GUARDED_BY(mutex) = false;
   bool running GUARDED_BY(mutex) = false;
   std::thread thread GUARDED_BY(mutex);
