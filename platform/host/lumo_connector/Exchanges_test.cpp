@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <future>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/host/csc_logging/CapturedLog.h"
@@ -204,6 +205,9 @@ TEST_F(Exchanging, Exchanges_LeaveNoDescriptor) {
 }
 
 TEST_F(Exchanging, NoDescriptorLeft_FailsAndGoesOnLater) {
+  // UndefinedBehaviorSanitizer needs a descriptor to look at an object for the first time.
+  const auto held = Open();
+  const support::UniqueFd heldPeer = std::move(connection);
   rlimit former{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &former), 0);
   std::vector<support::UniqueFd> fill;
