@@ -18,7 +18,7 @@ void WantLargePages(std::string& text) {
   const auto begin = reinterpret_cast<std::uintptr_t>(text.data());
   const std::uintptr_t first = (begin + kLargePage - 1) & ~(kLargePage - 1);
   const std::uintptr_t end = (begin + text.capacity()) & ~(kLargePage - 1);
-  if (first < end) ::madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+  if (first < end) ::madvise(text.data() + (first - begin), end - first, MADV_HUGEPAGE);
 }
 
 void Grow(std::string& text, std::size_t needed) {

@@ -49,12 +49,11 @@ void RelayedExchange::Serve(RelayBuffer& buffer, TimePoint now) {
 }
 
 RelayedExchange::Needs RelayedExchange::NeedsNow() const {
-  Needs needs;
-  if (!clientHasEnded && request.empty()) needs.client |= POLLIN;
-  if (!answer.empty()) needs.client |= POLLOUT;
-  if (!request.empty()) needs.peer |= requestEvents;
-  if (answer.empty() && !peerHasEnded) needs.peer |= answerEvents;
-  return needs;
+  const int fromClient = !clientHasEnded && request.empty() ? POLLIN : 0;
+  const int toClient = answer.empty() ? 0 : POLLOUT;
+  const int toPeer = request.empty() ? 0 : requestEvents;
+  const int fromPeer = answer.empty() && !peerHasEnded ? answerEvents : 0;
+  return {static_cast<short>(fromClient | toClient), static_cast<short>(fromPeer | toPeer)};
 }
 
 void RelayedExchange::MoveRequest(RelayBuffer& buffer) {
