@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <string_view>
+#include <thread>
 
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "tests/integration/BrokerUnit.h"
@@ -16,6 +17,7 @@ namespace {
 
 using namespace std::string_view_literals;
 using platform_host::LogLevel;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
@@ -217,6 +219,20 @@ TEST_F(HostileBroker, SaysNothing_StopsAtOnce) {
   EXPECT_TRUE(unit.StopsAtOnce());
   EXPECT_TRUE(tests::IsAtEnd(fd.Get()));
   EXPECT_THAT(log.Lines(LogLevel::kInfo), IsEmpty());
+}
+
+TEST_F(HostileBroker, SendsWithoutEnd_StopsAtOnce) {
+  const support::UniqueFd fd = AcceptUnit();
+  std::string messages;
+  while (messages.size() < 1000000) messages += "\x30\x04\x00\x01tx"sv;
+  std::thread sender([&] {
+    while (SendAll(fd.Get(), messages)) {
+    }
+  });
+  EXPECT_THAT(unit.topics.heard.WaitForCount(1), Contains("message t x"));
+  EXPECT_TRUE(unit.StopsAtOnce());
+  ::shutdown(fd.Get(), SHUT_RDWR);
+  sender.join();
 }
 
 TEST(HostileTlsBroker, AnswersNoHandshake_StopsAtOnce) {

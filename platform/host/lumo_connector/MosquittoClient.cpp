@@ -25,6 +25,9 @@ namespace {
 
 constexpr int kQualityOfService = 1;
 
+/// Packets to look at for the end of a connection that we closed.
+constexpr int kCloseAttempts = 16;
+
 /// MQTT 3.1.1 section 3.2.2.3.
 constexpr int kBadUserNameOrPassword = 4;
 constexpr int kNotAuthorised = 5;
@@ -290,10 +293,12 @@ void MosquittoClient::Close() {
   if (std::exchange(isAccepted, false)) ::mosquitto_disconnect(library.get());
   const int descriptor = ::mosquitto_socket(library.get());
   if (descriptor < 0) return;
-  // The library closes what it finds ended; nothing else makes it close.
+  // The library closes what it finds ended; nothing else makes it close. A broker that goes on
+  // sending can hide the end: then the next connection, or the destructor, closes.
   ::shutdown(descriptor, SHUT_RDWR);
-  while (::mosquitto_socket(library.get()) >= 0 &&
-         ::mosquitto_loop_read(library.get(), 1) == MOSQ_ERR_SUCCESS) {
+  for (int attempt = 0; attempt < kCloseAttempts; ++attempt) {
+    if (::mosquitto_socket(library.get()) < 0) return;
+    if (::mosquitto_loop_read(library.get(), 1) != MOSQ_ERR_SUCCESS) return;
   }
 }
 
@@ -317,14 +322,15 @@ MqttClientIf::Sent MosquittoClient::Publish(const std::string& topic,
 
 std::string MosquittoClient::TlsReason() const {
   const std::string distrust = tls == nullptr ? "" : tls->Refusal();
-  return distrust.empty() ? tlsReason : distrust;
+  if (!distrust.empty()) return distrust;
+  return tlsReason.empty() ? "the broker broke it off" : tlsReason;
 }
 
 Error MosquittoClient::Reason(int result, int number) const {
   switch (result) {
     case MOSQ_ERR_ERRNO:
       // What the library says when TLS fails behind the handshake.
-      if (number == EPROTO && !tlsReason.empty()) return Error("TLS: " + TlsReason());
+      if (number == EPROTO) return Error("TLS: " + TlsReason());
       return number == 0 ? Error("the connection broke") : Error::OfErrno(number);
     case MOSQ_ERR_EAI:
       return Error(std::string("the name cannot be resolved: ") + ::gai_strerror(number));
