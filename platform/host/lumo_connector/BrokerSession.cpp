@@ -77,9 +77,10 @@ void BrokerSession::Lose(const std::string& reason, TimePoint now) {
   state = State::kPausing;
   due = now + pause.Next();
   client->Close();
+  if (!std::exchange(isOutageTold, true)) {
+    LogError("no connection to the broker " + peer + ": " + reason);
+  }
   if (wasConnected) Announce(false);
-  if (std::exchange(isOutageTold, true)) return;
-  LogError("no connection to the broker " + peer + ": " + reason);
 }
 
 // The transaction types come last: who hears of a connection there finds it everywhere.

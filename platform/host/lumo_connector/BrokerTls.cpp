@@ -30,6 +30,28 @@ bool ExpectHost(SSL_CTX* context, const std::string& host) {
   return ::X509_VERIFY_PARAM_set1_host(parameters, host.data(), host.size()) == 1;
 }
 
+Result<TlsContext> Load(const BrokerConfig& config) {
+  ServiceConfig files;
+  files.caFile = config.caFile;
+  files.certFile = config.certFile;
+  files.keyFile = config.keyFile;
+  auto loaded = TlsContext::Load({}, files);
+  if (const auto* const failure = std::get_if<ConnectFailure>(&loaded))
+    return Error(failure->reason);
+  return std::get<TlsContext>(std::move(loaded));
+}
+
+/// Gives `to` the anchors and the own certificate of `from`. False without memory.
+bool Take(SSL_CTX& from, SSL_CTX& to) {
+  ::SSL_CTX_set1_cert_store(&to, ::SSL_CTX_get_cert_store(&from));
+  X509* const certificate = ::SSL_CTX_get0_certificate(&from);
+  if (certificate == nullptr) return true;
+  STACK_OF(X509)* chain = nullptr;
+  SSL_CTX_get0_chain_certs(&from, &chain);
+  return ::SSL_CTX_use_cert_and_key(&to, certificate, ::SSL_CTX_get0_privatekey(&from), chain,
+                                    /*override=*/1) == 1;
+}
+
 }  // namespace
 
 /// How OpenSSL tells what is wrong with a chain.
@@ -53,20 +75,23 @@ class BrokerTls::Verification {
 };
 
 Result<std::unique_ptr<BrokerTls>> BrokerTls::Make(const BrokerConfig& config) {
-  ServiceConfig files;
-  files.caFile = config.caFile;
-  files.certFile = config.certFile;
-  files.keyFile = config.keyFile;
-  auto loaded = TlsContext::Load({}, files);
-  if (const auto* const failure = std::get_if<ConnectFailure>(&loaded))
-    return Error(failure->reason);
-  std::unique_ptr<BrokerTls> tls(new BrokerTls(std::get<TlsContext>(std::move(loaded))));
+  auto loaded = Load(config);
+  if (!loaded.Ok()) return loaded.Failure();
+  std::unique_ptr<BrokerTls> tls(new BrokerTls(std::move(loaded).Take()));
   // What TLS has read ahead, poll does not see.
   ::SSL_CTX_set_read_ahead(tls->Context(), 0);
   if (!ExpectHost(tls->Context(), config.host))
     return Error("the broker's name cannot be verified");
   Verification::Watch(*tls);
   return tls;
+}
+
+std::optional<Error> BrokerTls::Reload(const BrokerConfig& config) {
+  verdict = 0;
+  const auto loaded = Load(config);
+  if (!loaded.Ok()) return loaded.Failure();
+  if (!Take(*loaded.Value().Get(), *Context())) return Error("TLS: out of memory");
+  return std::nullopt;
 }
 
 std::string BrokerTls::Refusal() const {

@@ -4,6 +4,7 @@
 #define PLATFORM_HOST_LUMO_CONNECTOR_BROKERTLS_H
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -27,10 +28,16 @@ class BrokerTls {
   BrokerTls& operator=(const BrokerTls&) = delete;
   ~BrokerTls() = default;
 
+  /// Reads the files anew, for the next connection; the context stays the same object, as its user
+  /// may not be able to change it. Fails as Make does, and then the next connection must not be
+  /// made.
+  [[nodiscard]] std::optional<platform_host::Error> Reload(
+      const platform_host::BrokerConfig& config);
+
   /// For connections to the broker, which use this object, too.
   [[nodiscard]] ssl_ctx_st* Context() const { return context.Get().get(); }
 
-  /// Why the last broker was not believed, in words; empty when none was refused.
+  /// Why the broker was not believed since the last Reload, in words; empty when it was.
   [[nodiscard]] std::string Refusal() const;
 
  private:

@@ -28,6 +28,16 @@ TEST(BrokerTls, NoSuchFile_FileNamed) {
   EXPECT_EQ(made.Failure().Text(), "cannot read /nowhere/ca.pem: No such file or directory");
 }
 
+TEST(BrokerTls, FileGoneAtReload_Refused) {
+  auto made = BrokerTls::Make(Config(tests::PkiPath("tls/ca.pem")));
+  ASSERT_TRUE(made.Ok());
+  const auto tls = std::move(made).Take();
+  EXPECT_EQ(tls->Reload(Config(tests::PkiPath("tls/ca.pem"))), std::nullopt);
+  const auto error = tls->Reload(Config("/nowhere/ca.pem"));
+  ASSERT_NE(error, std::nullopt);
+  EXPECT_EQ(error->Text(), "cannot read /nowhere/ca.pem: No such file or directory");
+}
+
 TEST(BrokerTls, FileWithoutCertificate_Refused) {
   const std::string file = tests::PkiPath("tls/empty.pem");
   const auto made = BrokerTls::Make(Config(file));

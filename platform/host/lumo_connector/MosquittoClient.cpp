@@ -214,17 +214,19 @@ std::optional<Error> MosquittoClient::SetCredentials() {
 
 std::optional<Error> MosquittoClient::SetTls() {
   if (broker.caFile.empty()) return std::nullopt;
+  // One context for the library's whole life: it never frees one that another replaces.
+  if (tls != nullptr) return tls->Reload(broker);
   auto made = BrokerTls::Make(broker);
   if (!made.Ok()) return made.Failure();
-  auto fresh = std::move(made).Take();
-  int result = ::mosquitto_void_option(library.get(), MOSQ_OPT_SSL_CTX, fresh->Context());
+  tls = std::move(made).Take();
+  int result = ::mosquitto_void_option(library.get(), MOSQ_OPT_SSL_CTX, tls->Context());
   // Its defaults would demand certificates of its own and take our verification away.
   if (result == MOSQ_ERR_SUCCESS) {
     result = ::mosquitto_int_option(library.get(), MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 0);
   }
-  if (result != MOSQ_ERR_SUCCESS) return Reason(result, errno);
-  tls = std::move(fresh);
-  return std::nullopt;
+  if (result == MOSQ_ERR_SUCCESS) return std::nullopt;
+  tls.reset();
+  return Reason(result, errno);
 }
 
 MqttClientIf::Interest MosquittoClient::WaitsFor() {
@@ -246,6 +248,7 @@ std::optional<Error> MosquittoClient::Serve(short events, MqttListenerIf& receiv
   if (IsPacketTooLong()) misbehaviour = "sends a packet above 1 MiB";
   if (misbehaviour != nullptr) {
     library.reset();  // and all that it has taken in
+    tls.reset();
     receiver.PublicationsForgotten();
     return Error(std::string("the broker ") + misbehaviour);
   }
@@ -303,6 +306,8 @@ void MosquittoClient::Close() {
 }
 
 MqttClientIf::Sent MosquittoClient::Subscribe(const std::string& topic) {
+  // MQTT 3.1.1 section 4.7.3; the library would send it, and the broker end the connection.
+  if (topic.empty()) return {Sent::Outcome::kImpossible};
   int number = 0;
   const int result =
       ::mosquitto_subscribe(library.get(), &number, topic.c_str(), kQualityOfService);

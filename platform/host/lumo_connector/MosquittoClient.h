@@ -82,7 +82,7 @@ class MosquittoClient : public MqttClientIf {
 
   const platform_host::BrokerConfig broker;
   const std::size_t limit;
-  std::unique_ptr<BrokerTls> tls;  ///< of the present connection; outlives the library's use
+  std::unique_ptr<BrokerTls> tls;               ///< the library's; outlives it
   std::unique_ptr<mosquitto, Destroy> library;  ///< null after a broker's misbehaviour
   MqttListenerIf* listener = nullptr;           ///< set during Serve
   bool isConnecting = false;  ///< the system has not told yet whether it is connected
