@@ -79,7 +79,8 @@ TEST_F(Client, PasswordFileAtAndAboveLimit_TakenAndRefused) {
 }
 
 TEST_F(Client, PasswordWithNul_Refused) {
-  EXPECT_EQ(ReasonOf(std::string("se\0cret", 7)), config.passwordFile + ": holds a NUL");
+  const std::string reason = ReasonOf(std::string("se\0cret", 7));
+  EXPECT_EQ(reason, config.passwordFile + ": holds a NUL");
 }
 
 TEST_F(Client, NameThatNobodyKnows_SaidSo) {
