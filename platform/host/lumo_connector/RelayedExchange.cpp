@@ -52,8 +52,13 @@ RelayedExchange::Needs RelayedExchange::NeedsNow() const {
   const int fromClient = !clientHasEnded && request.empty() ? POLLIN : 0;
   const int toClient = answer.empty() ? 0 : POLLOUT;
   const int toPeer = request.empty() ? 0 : requestEvents;
-  const int fromPeer = answer.empty() && !peerHasEnded ? answerEvents : 0;
+  const bool isReading = answer.empty() && !peerHasEnded && !heldUntil;
+  const int fromPeer = isReading ? answerEvents : 0;
   return {static_cast<short>(fromClient | toClient), static_cast<short>(fromPeer | toPeer)};
+}
+
+RelayedExchange::TimePoint RelayedExchange::NextCheck() const {
+  return heldUntil ? std::min(*heldUntil, rails.NextCheck()) : rails.NextCheck();
 }
 
 void RelayedExchange::MoveRequest(RelayBuffer& buffer) {
@@ -105,7 +110,8 @@ void RelayedExchange::MoveAnswer(RelayBuffer& buffer, TimePoint now) {
 }
 
 bool RelayedExchange::TakeFromPeer(RelayBuffer& buffer, TimePoint now) {
-  if (peerHasEnded || isFinished) return false;
+  if (peerHasEnded || isFinished || (heldUntil && now < *heldUntil)) return false;
+  heldUntil.reset();
   const StreamStep step = peerStream->Read(buffer.data(), buffer.size());
   if (step.outcome == Outcome::kWait) {
     answerEvents = step.events;
@@ -123,8 +129,15 @@ bool RelayedExchange::TakeFromPeer(RelayBuffer& buffer, TimePoint now) {
     CheckLimits(now);
     return false;
   }
+  if (HoldBackAfter(step.bytes, now)) return false;
   // What fell short of the buffer was all there is; asking again would only cost.
   return peerStream->HoldsBytes() || step.bytes == buffer.size();
+}
+
+bool RelayedExchange::HoldBackAfter(std::size_t bytes, TimePoint now) {
+  if (bytes >= kShortPiece || ++shortPieces <= kFreeShortPieces) return false;
+  heldUntil = now + kPieceHold;
+  return true;
 }
 
 bool RelayedExchange::FlushAnswer() {

@@ -4,8 +4,10 @@
 #define PLATFORM_HOST_LUMO_CONNECTOR_RELAYEDEXCHANGE_H
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,13 @@ inline constexpr std::size_t kRelayChunk = 131072;
 
 /// Most bytes of a request that wait for the peer when it is slow.
 inline constexpr std::size_t kRequestChunk = 16384;
+
+/// Each piece of an answer wakes the client and makes it write a line of the log. After this many
+/// that are shorter than a packet, more of them are held back until kPieceHold has passed, and
+/// delivered together: a peer must not fill the unit's log byte by byte.
+inline constexpr std::size_t kFreeShortPieces = 256;
+inline constexpr std::size_t kShortPiece = 1024;
+inline constexpr std::chrono::milliseconds kPieceHold{50};
 
 /// Room to move bytes through; one for all exchanges.
 using RelayBuffer = std::array<char, kRelayChunk>;
@@ -58,8 +67,9 @@ class RelayedExchange {
   [[nodiscard]] bool HasMore() const { return hasMore; }
   [[nodiscard]] Needs NeedsNow() const;
 
-  /// When Serve is of use even if nobody is ready: a limit may have been passed.
-  [[nodiscard]] TimePoint NextCheck() const { return rails.NextCheck(); }
+  /// When Serve is of use even if nobody is ready: a limit may have been passed, or short pieces
+  /// have been held back long enough.
+  [[nodiscard]] TimePoint NextCheck() const;
   [[nodiscard]] int ClientDescriptor() const { return clientEnd.Get(); }
 
   /// -1 once the peer is closed.
@@ -74,6 +84,9 @@ class RelayedExchange {
   [[nodiscard]] bool GiveToPeer();
   [[nodiscard]] bool TakeFromPeer(RelayBuffer& buffer, TimePoint now);
   [[nodiscard]] bool FlushAnswer();
+
+  /// Counts a piece of `bytes`. Returns true when the next ones are to be held back.
+  [[nodiscard]] bool HoldBackAfter(std::size_t bytes, TimePoint now);
 
   /// Returns how many bytes the client's descriptor took; less than all: it is full or gone.
   [[nodiscard]] std::size_t SendToClient(const char* bytes, std::size_t size);
@@ -100,6 +113,8 @@ class RelayedExchange {
   std::size_t delivered = 0;
   bool peerHasEnded = false;
   short answerEvents;  ///< what the peer must be ready for to give more
+  std::size_t shortPieces = 0;
+  std::optional<TimePoint> heldUntil;  ///< nothing is read from the peer before
 
   bool hasMore = true;  ///< a handshake may have read ahead
   bool isFinished = false;

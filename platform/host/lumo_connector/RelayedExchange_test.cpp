@@ -264,6 +264,28 @@ TEST_F(Relayed, MuchToMove_OthersHaveTheirTurn) {
   EXPECT_TRUE(exchange.HasMore());
 }
 
+TEST_F(Relayed, ManyShortPieces_HeldBackAfterTheFreeOnes) {
+  const int large = 4 * 1024 * 1024;
+  ::setsockopt(connectorEnd.Get(), SOL_SOCKET, SO_SNDBUF, &large, sizeof large);
+  peer.answers.assign(kFreeShortPieces + 3, std::string(kShortPiece - 1, 'a'));
+  auto exchange = Make();
+  for (std::size_t turn = 0; turn <= kFreeShortPieces; ++turn) Serve(exchange);
+  EXPECT_EQ(peer.answers.size(), 2U);
+  EXPECT_FALSE(exchange.HasMore());
+  EXPECT_EQ(exchange.NeedsNow().peer, 0);
+  ASSERT_EQ(exchange.NextCheck(), begun + kPieceHold);
+  exchange.Serve(*buffer, begun + kPieceHold);
+  EXPECT_EQ(peer.answers.size(), 1U);
+}
+
+TEST_F(Relayed, LongPieces_NeverHeldBack) {
+  peer.answers.assign(kFreeShortPieces + 3, std::string(kShortPiece, 'a'));
+  peer.after = {Outcome::kEnd, 0, 0, ""};
+  wait.fd = client.Get();
+  auto exchange = Make();
+  EXPECT_EQ(ServeToEnd(exchange).size(), (kFreeShortPieces + 3) * kShortPiece);
+}
+
 TEST_F(Relayed, LongAnswer_WholeAndInOrder) {
   wait.fd = client.Get();
   std::string sent;
