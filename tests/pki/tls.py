@@ -24,6 +24,7 @@ def write_servers(out, ca, other_ca):
     wildcards = x509.SubjectAlternativeName([x509.DNSName(one) for one in WILDCARDS])
     write_party(out / "wildcard", server(ca, (wildcards, False)))
     write_party(out / "wrong-name", server(ca, server_names(host="other.example")))
+    write_party(out / "subject-only", issue(name("localhost"), issuer=ca, ca=False))
     write_party(out / "expired", server(ca, begin=now() - 30 * DAY, end=now() - DAY))
     write_party(out / "not-yet", server(ca, begin=now() + 30 * DAY))
     write_party(out / "unknown-ca", server(other_ca))

@@ -37,7 +37,9 @@ bool ExpectAddress(X509_VERIFY_PARAM* expected, const std::string& address) {
 /// The name is also what the peer is asked for (RFC 6066 section 3); an address must not be.
 bool ExpectName(SSL* session, const std::string& name) {
   X509_VERIFY_PARAM* expected = ::SSL_get0_param(session);
-  ::X509_VERIFY_PARAM_set_hostflags(expected, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+  // RFC 9525 section 6.3: a whole label at most, and never the subject's Common Name.
+  ::X509_VERIFY_PARAM_set_hostflags(
+      expected, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
   // What SSL_set_tlsext_host_name stands for, without its cast.
   return ::X509_VERIFY_PARAM_set1_host(expected, name.data(), name.size()) == 1 &&
          ::SSL_ctrl(session, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,

@@ -141,6 +141,10 @@ TEST_F(Tls, OtherNameOrAddress_Refused) {
   EXPECT_EQ(RefusalOf("wrong-name", "localhost"), "its certificate is for another name");
 }
 
+TEST_F(Tls, NameInTheSubjectOnly_Refused) {
+  EXPECT_EQ(RefusalOf("subject-only", "localhost"), "its certificate is for another name");
+}
+
 TEST_F(Tls, Wildcard_StandsForOneWholeLabel) {
   const std::string other = "its certificate is for another name";
   EXPECT_EQ(RefusalOf("wildcard", "a.whole.example"), "");

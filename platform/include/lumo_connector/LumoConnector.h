@@ -56,10 +56,10 @@ class LumoConnector {
 
   /// Opens a stream to `host` and `port` for an operation of the backend. What is written to it and
   /// read from it is plain; where the operation demands TLS, the connector speaks it behind the
-  /// descriptor, with the peer's chain and name (RFC 6125) verified before this returns. The
+  /// descriptor, with the peer's chain and name (RFC 9525) verified before this returns. The
   /// connector closes the stream when the peer does, when a limit on bytes or time is passed (one
-  /// log line tells which) and on Stop. Blocks for the peer, within the limit on time; Stop ends
-  /// the wait.
+  /// log line tells which) and on Stop. Blocks for the system's resolver, whose own limits hold,
+  /// then for the peer, within the limit on time; Stop ends that wait.
   [[nodiscard]] LumoSocketResult SocketConnect(const std::string& operationTypeId,
                                                const std::string& host, std::uint16_t port);
 
