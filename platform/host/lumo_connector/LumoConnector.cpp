@@ -22,7 +22,6 @@
 
 namespace lumo_connector {
 
-using platform_host::BrokerConfig;
 using platform_host::HostConfig;
 
 namespace {

@@ -326,7 +326,7 @@ MqttClientIf::Sent MosquittoClient::Publish(const std::string& topic,
 }
 
 std::string MosquittoClient::TlsReason() const {
-  const std::string distrust = tls == nullptr ? "" : tls->Refusal();
+  std::string distrust = tls == nullptr ? "" : tls->Refusal();
   if (!distrust.empty()) return distrust;
   return tlsReason.empty() ? "the broker broke it off" : tlsReason;
 }

@@ -40,8 +40,8 @@ class Client : public ::testing::Test {
   /// Why Connect fails with a password file that holds `text`; empty when it does not.
   std::string ReasonOf(const std::string& text) {
     config.username = "unit";
-    config.passwordFile = directory.Path() + "/password";
-    tests::WriteText(config.passwordFile, text);
+    config.passwordFile = passwordFile;
+    tests::WriteText(passwordFile, text);
     const auto error = Make()->Connect();
     return error ? error->Text() : "";
   }
@@ -63,6 +63,7 @@ class Client : public ::testing::Test {
   }
 
   const tests::TemporaryDirectory directory;
+  const std::string passwordFile = directory.Path() + "/password";
   const tests::LoopbackPeer peer;
   platform_host::BrokerConfig config;
 };
@@ -75,12 +76,11 @@ TEST_F(Client, ClientIdThatIsNoUtf8_Fails) {
 TEST_F(Client, PasswordFileAtAndAboveLimit_TakenAndRefused) {
   EXPECT_EQ(ReasonOf(std::string(MosquittoClient::kPasswordFileLimit, 'x')), "");
   EXPECT_EQ(ReasonOf(std::string(MosquittoClient::kPasswordFileLimit + 1, 'x')),
-            config.passwordFile + ": File too large");
+            passwordFile + ": File too large");
 }
 
 TEST_F(Client, PasswordWithNul_Refused) {
-  const std::string reason = ReasonOf(std::string("se\0cret", 7));
-  EXPECT_EQ(reason, config.passwordFile + ": holds a NUL");
+  EXPECT_EQ(ReasonOf(std::string("se\0cret", 7)), passwordFile + ": holds a NUL");
 }
 
 TEST_F(Client, NameThatNobodyKnows_SaidSo) {
