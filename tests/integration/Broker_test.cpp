@@ -260,6 +260,7 @@ class TlsBroker : public ::testing::Test {
     BrokerUnit unit(broker->Port(), "ca_file = \"" + caFile + "\"\n" + more);
     unit.Start();
     EXPECT_TRUE(tests::Eventually([&] { return !log.Lines(LogLevel::kError).empty(); }));
+    EXPECT_TRUE(unit.states.heard.WaitFor("T 1"));
     EXPECT_TRUE(unit.StopsAtOnce());
     EXPECT_THAT(unit.states.heard.Texts(), ElementsAre("T 1"));
     const auto lines = log.Lines(LogLevel::kInfo);
