@@ -16,10 +16,10 @@ PlannedPoll& PlannedPoll::OfThread() {
 
 // The names that the linker's --wrap asks for.
 extern "C" {
-int __real_poll(pollfd* descriptors, nfds_t count, int timeout);  // NOLINT
-int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout);  // NOLINT
+int __real_poll(pollfd* descriptors, nfds_t count, int timeout);  // NOLINT: the linker's name
+int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout);  // NOLINT: the linker's name
 
-int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {  // NOLINT
+int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {  // NOLINT: the linker's name
   tests::PlannedPoll& plan = tests::PlannedPoll::OfThread();
   plan.timeouts.push_back(timeout);
   std::optional<int> result;

@@ -8,6 +8,7 @@
 #include "tests/integration/BrokerUnit.h"
 #include "tests/support/LoopbackPeer.h"
 #include "tests/support/MosquittoBroker.h"
+#include "tests/support/ProcessUse.h"
 
 namespace lumo_connector {
 namespace {

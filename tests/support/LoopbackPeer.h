@@ -13,8 +13,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -64,11 +62,6 @@ namespace tests {
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
   return true;
-}
-
-/// Descriptors that this process has open.
-[[nodiscard]] inline std::ptrdiff_t OpenDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 /// Listens on a free port of 127.0.0.1.

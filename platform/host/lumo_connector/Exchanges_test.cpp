@@ -13,6 +13,7 @@
 
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "tests/support/LoopbackPeer.h"
+#include "tests/support/ProcessUse.h"
 #include "tests/support/TestPki.h"
 
 namespace platform_host {
@@ -211,7 +212,7 @@ TEST_F(Exchanging, NoDescriptorLeft_FailsAndGoesOnLater) {
   rlimit former{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &former), 0);
   std::vector<support::UniqueFd> fill;
-  const rlimit few{static_cast<rlim_t>(tests::OpenDescriptors()) + 20, former.rlim_max};
+  const rlimit few{static_cast<rlim_t>(tests::OpenDescriptors().size()) + 20, former.rlim_max};
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
   while (fill.empty() || fill.back().IsOpen()) fill.emplace_back(::open("/", O_RDONLY | O_CLOEXEC));
   std::vector<int> seen;
@@ -242,7 +243,7 @@ TEST_F(Exchanging, ClientThatNeverReads_OthersServed) {
 }
 
 TEST_F(Exchanging, ConnectStopAndCloseAtOnce_NothingHangsOrLeaks) {
-  const auto before = tests::OpenDescriptors();
+  const auto before = tests::OpenDescriptors().size();
   for (int round = 0; round < 200; ++round) {
     Exchanges own;
     std::vector<std::thread> threads;
@@ -259,7 +260,7 @@ TEST_F(Exchanging, ConnectStopAndCloseAtOnce_NothingHangsOrLeaks) {
     for (auto& thread : threads) thread.join();
     peer = tests::LoopbackPeer();
   }
-  EXPECT_EQ(tests::OpenDescriptors(), before);
+  EXPECT_EQ(tests::OpenDescriptors().size(), before);
 }
 
 }  // namespace

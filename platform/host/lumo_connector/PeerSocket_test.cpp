@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/support/LoopbackPeer.h"
+#include "tests/support/ProcessUse.h"
 
 namespace platform_host {
 namespace {
