@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/host/csc_logging/CapturedLog.h"
+#include "support/FileContents.h"
 #include "tests/support/LoopbackPeer.h"
 #include "tests/support/ProcessUse.h"
 #include "tests/support/TestPki.h"
@@ -207,6 +208,7 @@ TEST_F(Exchanging, Exchanges_LeaveNoDescriptor) {
 
 TEST_F(Exchanging, NoDescriptorLeft_FailsAndGoesOnLater) {
   // UndefinedBehaviorSanitizer needs a descriptor to look at an object for the first time.
+  EXPECT_NE(support::ErrorText(EMFILE), "");
   const auto held = Open();
   const support::UniqueFd heldPeer = std::move(connection);
   rlimit former{};
