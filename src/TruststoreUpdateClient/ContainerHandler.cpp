@@ -226,12 +226,19 @@ std::uint32_t ContainerHandler::GetInstalledContainerTimestamp() const {
 
 // Each request tells the facade what holds with the others. A resume that disabled retries first,
 // to enable them afterwards, could end a check that waits meanwhile; an update that begins or ends
-// beside a stop could have a check wait that nobody ends any more. Under the lock, the last to tell
-// the facade knows of all requests.
+// beside a stop could have a check wait that nobody ends any more. Who told the facade looks again:
+// a request that came in between may have told it first.
 void ContainerHandler::TellFacadeOfRetries() const {
   if (!hsm) return;
-  const support::MutexLock lock(retriesMutex);
-  hsm->DisableUpdateRetries(stopped || terminated || retriesDisabled);
+  bool told = false;
+  do {
+    told = RetriesAreDisabled();
+    hsm->DisableUpdateRetries(told);
+  } while (told != RetriesAreDisabled());
+}
+
+bool ContainerHandler::RetriesAreDisabled() const {
+  return stopped || terminated || retriesDisabled;
 }
 
 void ContainerHandler::StopProcessing(bool stop) {

@@ -45,10 +45,10 @@ class ContainerHandler : public ContainerHandlerIf, public ContainerParsing {
   void GetInstallingContainerId(std::string& id) const override EXCLUDES(idMutex);
   void GetInstalledContainerId(std::string& id) const override;
   [[nodiscard]] std::uint32_t GetInstalledContainerTimestamp() const override;
-  void StopProcessing(bool stop) override EXCLUDES(retriesMutex);
-  void TerminateProcessing() override EXCLUDES(retriesMutex);
+  void StopProcessing(bool stop) override;
+  void TerminateProcessing() override;
   void ConvertEpochTimestampToDatetime(std::uint32_t timestamp, std::string& text) const override;
-  void DisableUpdateRetries(bool disable) const override EXCLUDES(retriesMutex);
+  void DisableUpdateRetries(bool disable) const override;
 
  private:
   // The switches are read before the facade is made.
@@ -90,11 +90,11 @@ class ContainerHandler : public ContainerHandlerIf, public ContainerParsing {
   [[nodiscard]] ResponseStatus InstallCertificateBundles(const CertificateBundles& bundles) const;
   [[nodiscard]] bool IsOn(const char* developmentSwitch) const;
   [[nodiscard]] std::string Formatted(std::uint32_t timestamp) const;
-  void TellFacadeOfRetries() const EXCLUDES(retriesMutex);
+  void TellFacadeOfRetries() const;
+  [[nodiscard]] bool RetriesAreDisabled() const;
   void SetInstallingContainerId(const std::string& id) EXCLUDES(idMutex);
 
   const std::shared_ptr<HSMIf> hsm;
-  mutable support::Mutex retriesMutex;  // held while the facade is told: one request after another
   mutable support::Mutex idMutex;
   std::string installingContainerId GUARDED_BY(idMutex);
   std::atomic<bool> stopped{false};

@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <utility>
+
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "support/FileContents.h"
 #include "tests/doubles/FakeHSM.h"
@@ -318,6 +321,25 @@ TEST_F(ContainerHandlerTest, Resume_EnablesNoRetriesThatOthersHaveDisabled) {
   handler.StopProcessing(false);
   EXPECT_THAT(hsm->calls, ElementsAre("disable retries", "disable retries", "enable retries",
                                       "disable retries", "disable retries"));
+}
+
+/// Is told that retries are enabled only after `meanwhile` has run, as by another thread.
+class FacadeToldLate : public ::tests::FakeHSM {
+ public:
+  void DisableUpdateRetries(bool disable) override {
+    if (!disable && meanwhile) std::exchange(meanwhile, nullptr)();
+    retriesDisabled = disable;
+  }
+  std::function<void()> meanwhile;
+  bool retriesDisabled = false;
+};
+
+TEST_F(ContainerHandlerTest, StopWhileAnUpdateEnds_HasTheLastWord) {
+  const auto facade = std::make_shared<FacadeToldLate>();
+  ContainerHandler handler(facade, development_tools::DevelopmentTools("/nonexistent"));
+  facade->meanwhile = [&handler] { handler.StopProcessing(true); };
+  handler.DisableUpdateRetries(false);
+  EXPECT_TRUE(facade->retriesDisabled);
 }
 
 TEST_F(ContainerHandlerTest, InstallingId_IsThatOfTheLastHeaderReadAndSurvivesAFailure) {

@@ -10,8 +10,7 @@
 
 namespace tests {
 
-/// Every check passes and every operation succeeds unless a test says otherwise. One thread, but
-/// for DisableUpdateRetries, which only counts.
+/// Every check passes and every operation succeeds unless a test says otherwise. One thread.
 class FakeHSM : public truststore_update_client::HSMIf {
  public:
   using Certificates = std::vector<Botan::X509_Certificate>;
