@@ -20,8 +20,10 @@ using platform_host::TlsContext;
 namespace {
 
 /// Expects `host` in the broker's certificate: an address as an address, a name as a name of the
-/// subjectAltName (RFC 6125 section 6.4), wildcards for whole labels only.
+/// subjectAltName (RFC 6125 section 6.4), wildcards for whole labels only. To the library an empty
+/// name stands for every name, and one that begins with a dot for every name that ends with it.
 bool ExpectHost(SSL_CTX* context, const std::string& host) {
+  if (host.empty() || host.front() == '.') return false;
   X509_VERIFY_PARAM* const parameters = ::SSL_CTX_get0_param(context);
   if (::X509_VERIFY_PARAM_set1_ip_asc(parameters, host.c_str()) == 1) return true;
   ::ERR_clear_error();
@@ -54,15 +56,36 @@ bool Take(SSL_CTX& from, SSL_CTX& to) {
 
 }  // namespace
 
-/// How OpenSSL tells what is wrong with a chain.
+/// What OpenSSL asks and tells about a broker's certificates.
 class BrokerTls::Verification {
  public:
+  /// Offers no cipher that needs no certificate, whatever the system's settings for the library
+  /// allow: a broker without one would count as verified, and be sent the credentials.
+  static void DemandCertificate(BrokerTls& tls) {
+    tls.permits = ::SSL_CTX_get_security_callback(tls.Context());
+    ::SSL_CTX_set0_security_ex_data(tls.Context(), &tls);
+    ::SSL_CTX_set_security_callback(tls.Context(), Permits);
+  }
+
   static void Watch(BrokerTls& tls) {
     SSL_CTX_set_app_data(tls.Context(), &tls);
     ::SSL_CTX_set_verify(tls.Context(), SSL_VERIFY_PEER, Note);
   }
 
  private:
+  static int Permits(const SSL* connection, const SSL_CTX* context, int operation, int bits,
+                     int number, void* subject, void* tls) noexcept {
+    const bool isAboutCipher = operation == SSL_SECOP_CIPHER_SUPPORTED ||
+                               operation == SSL_SECOP_CIPHER_SHARED ||
+                               operation == SSL_SECOP_CIPHER_CHECK;
+    if (isAboutCipher &&
+        ::SSL_CIPHER_get_auth_nid(static_cast<const SSL_CIPHER*>(subject)) == NID_auth_null) {
+      return 0;
+    }
+    return static_cast<const BrokerTls*>(tls)->permits(connection, context, operation, bits, number,
+                                                       subject, nullptr);
+  }
+
   /// Keeps the number of the first fault and changes no verdict.
   static int Note(int isGood, X509_STORE_CTX* chain) noexcept {
     if (isGood == 1) return isGood;
@@ -82,6 +105,7 @@ Result<std::unique_ptr<BrokerTls>> BrokerTls::Make(const BrokerConfig& config) {
   ::SSL_CTX_set_read_ahead(tls->Context(), 0);
   if (!ExpectHost(tls->Context(), config.host))
     return Error("the broker's name cannot be verified");
+  Verification::DemandCertificate(*tls);
   Verification::Watch(*tls);
   return tls;
 }

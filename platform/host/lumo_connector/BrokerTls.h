@@ -12,6 +12,8 @@
 #include "platform/host/config/Result.h"
 #include "platform/host/lumo_connector/TlsContext.h"
 
+struct ssl_st;
+
 namespace lumo_connector {
 
 /// TLS 1.2 or later, the broker's chain and name (RFC 6125) always verified, against the
@@ -19,8 +21,8 @@ namespace lumo_connector {
 class BrokerTls {
  public:
   /// Reads the files that `config` names. REQUIRES: it names a CA file. Fails with what TlsContext
-  /// says when one cannot be used; a CA file without a certificate cannot. Blocks for the reading
-  /// only.
+  /// says when one cannot be used; a CA file without a certificate cannot. Fails for a host name
+  /// that stands for others. Blocks for the reading only.
   static platform_host::Result<std::unique_ptr<BrokerTls>> Make(
       const platform_host::BrokerConfig& config);
 
@@ -45,7 +47,11 @@ class BrokerTls {
 
   explicit BrokerTls(platform_host::TlsContext loaded) : context(std::move(loaded)) {}
 
+  /// The library's own judgement of what is secure enough.
+  using Permits = int (*)(const ssl_st*, const ssl_ctx_st*, int, int, int, void*, void*);
+
   platform_host::TlsContext context;
+  Permits permits = nullptr;
   int verdict = 0;  ///< the library's number of the first fault in the broker's chain; 0: none
 };
 

@@ -1,6 +1,9 @@
 #include "platform/host/lumo_connector/BrokerTls.h"
 
 #include <gtest/gtest.h>
+#include <openssl/ssl.h>
+
+#include <memory>
 
 #include "tests/support/TestPki.h"
 
@@ -43,6 +46,34 @@ TEST(BrokerTls, FileWithoutCertificate_Refused) {
   const auto made = BrokerTls::Make(Config(file));
   ASSERT_FALSE(made.Ok());
   EXPECT_EQ(made.Failure().Text(), "no certificate in " + file);
+}
+
+TEST(BrokerTls, HostThatStandsForOthers_Refused) {
+  for (const char* host : {"", ".", ".example"}) {
+    auto config = Config(tests::PkiPath("tls/ca.pem"));
+    config.host = host;
+    const auto made = BrokerTls::Make(config);
+    ASSERT_FALSE(made.Ok()) << host;
+    EXPECT_EQ(made.Failure().Text(), "the broker's name cannot be verified");
+  }
+}
+
+/// As where the settings of the system allow ciphers without certificates.
+TEST(BrokerTls, CiphersWithoutCertificates_NotOffered) {
+  const auto made = BrokerTls::Make(Config(tests::PkiPath("tls/ca.pem")));
+  ASSERT_TRUE(made.Ok());
+  SSL_CTX* const context = made.Value()->Context();
+  ASSERT_EQ(::SSL_CTX_set_cipher_list(context, "aNULL:ECDHE+AESGCM:@SECLEVEL=0"), 1);
+  ::SSL_CTX_set_max_proto_version(context, TLS1_2_VERSION);
+  const std::unique_ptr<SSL, void (*)(SSL*)> connection(::SSL_new(context), ::SSL_free);
+  const std::unique_ptr<STACK_OF(SSL_CIPHER), void (*)(STACK_OF(SSL_CIPHER)*)> offered(
+      ::SSL_get1_supported_ciphers(connection.get()),
+      [](STACK_OF(SSL_CIPHER) * ciphers) { sk_SSL_CIPHER_free(ciphers); });
+  ASSERT_GT(sk_SSL_CIPHER_num(offered.get()), 0);
+  for (int index = 0; index < sk_SSL_CIPHER_num(offered.get()); ++index) {
+    const SSL_CIPHER* const cipher = sk_SSL_CIPHER_value(offered.get(), index);
+    EXPECT_NE(::SSL_CIPHER_get_auth_nid(cipher), NID_auth_null) << ::SSL_CIPHER_get_name(cipher);
+  }
 }
 
 TEST(BrokerTls, ClientKeyWithPassphrase_Refused) {
