@@ -125,6 +125,8 @@ class MosquittoClient::Callbacks {
   static void Log(mosquitto*, void* object, int level, const char* line) {
     auto& client = *static_cast<MosquittoClient*>(object);
     const std::string_view text = line;
+    // Of the answers to pings, nothing else tells; they are most of what a quiet broker sends.
+    if (text.find(" received PINGRESP") != std::string_view::npos) client.hasProgress = true;
     if (level == MOSQ_LOG_DEBUG && IsQualityOfService2(text)) {
       client.misbehaviour = "sends a message at a quality of service that nobody asked for";
     }
@@ -153,16 +155,18 @@ void MosquittoClient::Destroy::operator()(mosquitto* ended) const {
 }
 
 Result<std::unique_ptr<MqttClientIf>> MosquittoClient::Make(const BrokerConfig& config,
-                                                            std::size_t payloadLimit) {
-  std::unique_ptr<MosquittoClient> client(new MosquittoClient(config, payloadLimit));
+                                                            std::size_t payloadLimit,
+                                                            std::uint64_t packetLimit) {
+  std::unique_ptr<MosquittoClient> client(new MosquittoClient(config, payloadLimit, packetLimit));
   if (client->library == nullptr) {
     return Error("the MQTT library does not accept the client id \"" + config.clientId + "\"");
   }
   return std::unique_ptr<MqttClientIf>(std::move(client));
 }
 
-MosquittoClient::MosquittoClient(const BrokerConfig& config, std::size_t payloadLimit)
-    : broker(config), limit(payloadLimit) {
+MosquittoClient::MosquittoClient(const BrokerConfig& config, std::size_t payloadLimit,
+                                 std::uint64_t mostBytes)
+    : broker(config), limit(payloadLimit), packetLimit(mostBytes) {
   InitialiseLibrary();
   MakeLibrary();
 }
@@ -280,7 +284,7 @@ int MosquittoClient::Work() {
 bool MosquittoClient::IsPacketTooLong() {
   const std::uint64_t received = ReceivedBytes();
   if (std::exchange(hasProgress, false)) completeBytes = received;
-  return received - completeBytes > kPacketLimit;
+  return received - completeBytes > packetLimit;
 }
 
 std::uint64_t MosquittoClient::ReceivedBytes() const {

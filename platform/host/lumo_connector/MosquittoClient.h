@@ -34,7 +34,8 @@ class MosquittoClient : public MqttClientIf {
   /// A client for the broker of `config` that hands on payloads up to `payloadLimit`. Fails when
   /// the library does not accept the client id, and without memory.
   static platform_host::Result<std::unique_ptr<MqttClientIf>> Make(
-      const platform_host::BrokerConfig& config, std::size_t payloadLimit);
+      const platform_host::BrokerConfig& config, std::size_t payloadLimit,
+      std::uint64_t packetLimit = kPacketLimit);
 
   /// Closes first.
   ~MosquittoClient() override;
@@ -54,7 +55,8 @@ class MosquittoClient : public MqttClientIf {
   };
   class Callbacks;  ///< the functions that the library calls
 
-  MosquittoClient(const platform_host::BrokerConfig& config, std::size_t payloadLimit);
+  MosquittoClient(const platform_host::BrokerConfig& config, std::size_t payloadLimit,
+                  std::uint64_t mostBytes);
 
   /// `library` stays null when it does not accept the client id, and without memory.
   void MakeLibrary();
@@ -81,7 +83,8 @@ class MosquittoClient : public MqttClientIf {
   [[nodiscard]] std::string TlsReason() const;
 
   const platform_host::BrokerConfig broker;
-  const std::size_t limit;
+  const std::size_t limit;                      ///< of payloads
+  const std::uint64_t packetLimit;              ///< of bytes without a complete packet
   std::unique_ptr<BrokerTls> tls;               ///< the library's; outlives it
   std::unique_ptr<mosquitto, Destroy> library;  ///< null after a broker's misbehaviour
   MqttListenerIf* listener = nullptr;           ///< set during Serve

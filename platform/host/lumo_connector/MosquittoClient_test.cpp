@@ -31,8 +31,8 @@ class DeafListener : public MqttListenerIf {
 /// A client for a broker that the test plays.
 class Client : public ::testing::Test {
  protected:
-  std::unique_ptr<MqttClientIf> Make() {
-    auto made = MosquittoClient::Make(config, 65536);
+  std::unique_ptr<MqttClientIf> Make(std::uint64_t packetLimit = MosquittoClient::kPacketLimit) {
+    auto made = MosquittoClient::Make(config, 65536, packetLimit);
     EXPECT_TRUE(made.Ok());
     return std::move(made).Take();
   }
@@ -113,6 +113,21 @@ TEST_F(Client, WithoutConnection_SubscriptionNotTakenAndPublicationSentLater) {
   const auto first = said.find(publication);
   ASSERT_NE(first, std::string::npos);
   EXPECT_EQ(said.find(publication, first + 1), std::string::npos) << "sent twice";
+}
+
+/// A quiet broker sends nothing else for months.
+TEST_F(Client, AnswersToPings_CountAsCompletePackets) {
+  const auto client = Make(/*packetLimit=*/16);
+  ASSERT_EQ(client->Connect(), std::nullopt);
+  const auto fd = peer.Accept();
+  ASSERT_TRUE(tests::SendAll(fd.Get(), std::string("\x20\x02\0\0", 4)));
+  ServeUntilAccepted(*client);
+  DeafListener listener;
+  for (int count = 0; count < 20; ++count) {
+    ASSERT_TRUE(tests::SendAll(fd.Get(), std::string("\xD0\x00", 2)));
+    ASSERT_TRUE(tests::WaitFor(client->WaitsFor().descriptor, POLLIN));
+    ASSERT_EQ(client->Serve(POLLIN, listener), std::nullopt);
+  }
 }
 
 TEST_F(Client, Closed_ConnectsAgain) {
