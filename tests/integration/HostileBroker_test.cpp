@@ -201,6 +201,25 @@ TEST_F(HostileBroker, PacketAboveLimit_Closed) {
   EXPECT_TRUE(unit.topics.heard.WaitFor("publish failed r 1"));
 }
 
+/// The broker would send it again on every connection, and nothing behind it would ever arrive.
+TEST_F(HostileBroker, PacketAboveLimit_SessionBegunAnew) {
+  {
+    const support::UniqueFd fd = AcceptUnit();
+    EXPECT_TRUE(SendAll(fd.Get(), "\x32\xFF\xFF\xFF\x7F" + std::string(1048576, 'x')));
+    EXPECT_TRUE(tests::IsAtEnd(fd.Get()));
+  }
+  {
+    const support::UniqueFd fd = peer.Accept();
+    EXPECT_EQ(ReadPacket(fd.Get()), "\x10\x12\x00\x04MQTT\x04\x02\x00\x3C\x00\x06unit-1"sv);
+    EXPECT_TRUE(SendAll(fd.Get(), kAccepted));
+    EXPECT_EQ(tests::ReadToEnd(fd.Get()), "\xE0\x00"sv);
+  }
+  const support::UniqueFd fd = peer.Accept();
+  EXPECT_EQ(ReadPacket(fd.Get()), "\x10\x12\x00\x04MQTT\x04\x00\x00\x3C\x00\x06unit-1"sv);
+  EXPECT_TRUE(SendAll(fd.Get(), kAccepted));
+  EXPECT_THAT(unit.topics.heard.WaitForCount(2), ElementsAre("connection 1", "connection 0"));
+}
+
 TEST_F(HostileBroker, UnaskedQualityOfService_ClosedAndGoesOn) {
   {
     const support::UniqueFd fd = AcceptUnit();

@@ -92,6 +92,7 @@ class MosquittoClient::Callbacks {
   static void Answered(mosquitto*, void* object, int code) {
     HandOn(object, [code](MosquittoClient& client, MqttListenerIf& told) {
       client.isAccepted = code == 0;
+      if (client.isAccepted && client.isSessionSpoilt) return;  // only to end it
       if (client.isAccepted) return told.Accepted();
       client.refusal = WithoutFullStop(::mosquitto_connack_string(code));
       if (code == kBadUserNameOrPassword || code == kNotAuthorised) {
@@ -172,7 +173,7 @@ MosquittoClient::MosquittoClient(const BrokerConfig& config, std::size_t payload
 }
 
 void MosquittoClient::MakeLibrary() {
-  library.reset(::mosquitto_new(broker.clientId.c_str(), /*clean_session=*/false, this));
+  library.reset(::mosquitto_new(broker.clientId.c_str(), /*clean_session=*/isSessionSpoilt, this));
   if (library != nullptr) Callbacks::Set(library.get());
 }
 
@@ -251,13 +252,24 @@ std::optional<Error> MosquittoClient::Serve(short events, MqttListenerIf& receiv
   if (isOutOfMemory) return Error::OfErrno(ENOMEM);
   if (IsPacketTooLong()) misbehaviour = "sends a packet above 1 MiB";
   if (misbehaviour != nullptr) {
-    library.reset();  // and all that it has taken in
-    tls.reset();
+    DropLibrary();
     receiver.PublicationsForgotten();
+    isSessionSpoilt = true;
     return Error(std::string("the broker ") + misbehaviour);
+  }
+  if (isAccepted && isSessionSpoilt) {
+    Close();
+    DropLibrary();
+    isSessionSpoilt = false;
+    return Error("the session that the broker kept has been ended");
   }
   if (result != MOSQ_ERR_SUCCESS) return Reason(result, number);
   return std::nullopt;
+}
+
+void MosquittoClient::DropLibrary() {
+  library.reset();
+  tls.reset();
 }
 
 std::optional<Error> MosquittoClient::CheckConnecting(short events) {

@@ -21,6 +21,10 @@ namespace lumo_connector {
 
 /// MQTT 3.1.1. Runs no thread of the library's. Belongs to one thread, which blocks SIGPIPE: the
 /// library may write to a broker that has gone.
+///
+/// What a broker keeps for a unit, it sends again on every connection until it is taken (section
+/// 4.4). After a message that cannot be taken, the next connection only ends the session that the
+/// broker keeps (section 3.1.2.4); the one after it begins another.
 class MosquittoClient : public MqttClientIf {
  public:
   /// Largest password file that is read.
@@ -64,6 +68,9 @@ class MosquittoClient : public MqttClientIf {
   [[nodiscard]] std::optional<platform_host::Error> SetCredentials();
   [[nodiscard]] std::optional<platform_host::Error> SetTls();
 
+  /// With all that it has taken in.
+  void DropLibrary();
+
   /// Looks whether the connection that was begun has been made.
   [[nodiscard]] std::optional<platform_host::Error> CheckConnecting(short events);
 
@@ -90,7 +97,8 @@ class MosquittoClient : public MqttClientIf {
   MqttListenerIf* listener = nullptr;           ///< set during Serve
   bool isConnecting = false;  ///< the system has not told yet whether it is connected
   bool isAccepted = false;
-  bool isOutOfMemory = false;          ///< a callback could not hand on what came
+  bool isSessionSpoilt = false;  ///< the next connection ends the session that the broker keeps
+  bool isOutOfMemory = false;    ///< a callback could not hand on what came
   const char* misbehaviour = nullptr;  ///< what the broker does that it must not; null: nothing
   bool hasProgress = false;            ///< a packet was complete
   std::uint64_t completeBytes = 0;     ///< received when the last packet was complete
