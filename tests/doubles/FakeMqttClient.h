@@ -18,6 +18,7 @@ struct FakeBroker {
   using Listener = lumo_connector::MqttListenerIf;
   using Sent = lumo_connector::MqttClientIf::Sent;
 
+  std::function<void()> connecting = [] {};            ///< what happens meanwhile
   std::optional<Error> connectError;                   ///< why Connect fails
   std::vector<std::function<void(Listener&)>> saying;  ///< what the next Serve tells, then forgets
   std::optional<Error> loss;                           ///< why the next Serve ends the connection
@@ -33,6 +34,7 @@ class FakeMqttClient : public lumo_connector::MqttClientIf {
 
   std::optional<platform_host::Error> Connect() override {
     broker.calls.emplace_back("connect");
+    broker.connecting();
     return broker.connectError;
   }
 

@@ -25,11 +25,13 @@ std::string PeerText(const BrokerConfig& broker) {
 }  // namespace
 
 BrokerSession::BrokerSession(const BrokerConfig& broker, std::unique_ptr<MqttClientIf> mqttClient,
-                             Parties listeners, std::function<double()> randomFraction)
+                             Parties listeners, std::function<double()> randomFraction,
+                             std::function<TimePoint()> now)
     : peer(PeerText(broker)),
       attention(AttentionFor(broker.keepAlive)),
       client(std::move(mqttClient)),
       parties(std::move(listeners)),
+      clock(std::move(now)),
       pause(std::move(randomFraction)) {}
 
 std::optional<BrokerSession::Wait> BrokerSession::Turn(short events, TimePoint now) {
@@ -38,7 +40,7 @@ std::optional<BrokerSession::Wait> BrokerSession::Turn(short events, TimePoint n
   if (state == State::kConnecting && now >= due) {
     Lose("no answer within " + std::to_string(kAcceptLimit.count()) + " seconds", now);
   }
-  if (state == State::kPausing && now >= due) Connect(now);
+  if (state == State::kPausing && now >= due) Connect();
   if (state == State::kConnected) parties.requests.SendTo(*client);
   parties.events.ReportDrops(now);
   if (state == State::kRejected) return std::nullopt;
@@ -53,8 +55,11 @@ void BrokerSession::End() {
   client->Close();
 }
 
-void BrokerSession::Connect(TimePoint now) {
-  if (const auto error = client->Connect()) return Lose(error->Text(), now);
+void BrokerSession::Connect() {
+  const auto error = client->Connect();
+  // The resolution of the broker's name may have used up more than the whole limit.
+  const TimePoint now = clock();
+  if (error) return Lose(error->Text(), now);
   state = State::kConnecting;
   due = now + kAcceptLimit;
 }

@@ -47,9 +47,11 @@ class BrokerSession : private MqttListenerIf {
     TimePoint until;
   };
 
-  /// `randomFraction` gives numbers from 0 to 1.
-  BrokerSession(const platform_host::BrokerConfig& broker, std::unique_ptr<MqttClientIf> mqttClient,
-                Parties listeners, std::function<double()> randomFraction);
+  /// `randomFraction` gives numbers from 0 to 1, `now` the time after something that blocked.
+  BrokerSession(
+      const platform_host::BrokerConfig& broker, std::unique_ptr<MqttClientIf> mqttClient,
+      Parties listeners, std::function<double()> randomFraction,
+      std::function<TimePoint()> now = [] { return std::chrono::steady_clock::now(); });
 
   /// Does what is due at `now`, `events` being what happened on the descriptor of the last Wait
   /// (0: nothing). Returns what to wait for; nothing once the credentials are refused. May throw
@@ -65,7 +67,7 @@ class BrokerSession : private MqttListenerIf {
  private:
   enum class State { kPausing, kConnecting, kConnected, kRejected };
 
-  void Connect(TimePoint now);
+  void Connect();
   void Serve(short events, TimePoint now);
   void Lose(const std::string& reason, TimePoint now);
 
@@ -88,6 +90,7 @@ class BrokerSession : private MqttListenerIf {
   const std::chrono::seconds attention;  ///< time between turns that keep the connection alive
   const std::unique_ptr<MqttClientIf> client;
   const Parties parties;
+  const std::function<TimePoint()> clock;
 
   State state = State::kPausing;
   ReconnectPause pause;

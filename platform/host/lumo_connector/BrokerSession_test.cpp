@@ -66,7 +66,8 @@ class KeptSession : public ::testing::Test {
   BrokerSession session{Config(),
                         std::make_unique<tests::FakeMqttClient>(broker),
                         {states, events, requests, [this] { ++rejections; }},
-                        [] { return 0.0; }};
+                        [] { return 0.0; },
+                        [this] { return now; }};
 };
 
 constexpr const char* kConnected =
@@ -102,6 +103,23 @@ TEST_F(KeptSession, NoAnswerInTime_ClosedWithALineAndTriedAgain) {
   now += seconds(2);
   Turn();
   EXPECT_THAT(broker.calls, ElementsAre("connect", "close", "connect"));
+}
+
+TEST_F(KeptSession, NameResolvedAfterLong_TheAnswerHasItsWholeTime) {
+  broker.connecting = [this] { now += 2 * BrokerSession::kAcceptLimit; };
+  Turn();
+  now += BrokerSession::kAcceptLimit - milliseconds(1);
+  EXPECT_EQ(Turn(), milliseconds(1));
+  Accept();
+  EXPECT_THAT(log.Lines(), ElementsAre(kConnected));
+}
+
+TEST_F(KeptSession, NameNotResolvedAfterLong_TheWholePauseFollows) {
+  broker.connecting = [this] { now += seconds(10); };
+  broker.connectError = Error("the name cannot be resolved");
+  EXPECT_EQ(Turn(), seconds(2));
+  EXPECT_EQ(Turn(), seconds(2));
+  EXPECT_THAT(broker.calls, ElementsAre("connect", "close"));
 }
 
 TEST_F(KeptSession, ManyFailures_GrowingPausesAndOneLine) {
