@@ -32,15 +32,17 @@ std::string Replaced(std::string text, const std::string& word, const std::strin
 
 }  // namespace
 
-std::uint16_t FreePort() {
-  const support::UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+KeptPort::KeptPort() : socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  const int on = 1;
   sockaddr_in address = Loopback(0);
   socklen_t size = sizeof address;
-  if (::bind(socket.Get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-      ::getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  if (::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+      ::bind(socket.Get(), generic, size) != 0 ||
+      ::getsockname(socket.Get(), generic, &size) != 0) {
     throw std::system_error(errno, std::generic_category(), "no free port");
   }
-  return ntohs(address.sin_port);
+  number = ntohs(address.sin_port);
 }
 
 bool Accepts(std::uint16_t port) {
@@ -49,13 +51,13 @@ bool Accepts(std::uint16_t port) {
   return ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-MosquittoBroker::MosquittoBroker(const std::string& settings) : port(FreePort()) {
+MosquittoBroker::MosquittoBroker(const std::string& settings) {
   // As root it would go on as a user who may not write into this folder.
   const std::string user = ::getuid() == 0 ? "user root\n" : "";
   WriteText(Directory() + "/mosquitto.conf",
             user + "log_dest file " + Directory() +
                 "/log\nlog_type all\npersistence true\nmax_queued_messages 2000\n" +
-                "persistence_location " + Directory() + "/\nlistener " + std::to_string(port) +
+                "persistence_location " + Directory() + "/\nlistener " + std::to_string(Port()) +
                 " 127.0.0.1\n" + Replaced(settings, "DIRECTORY", Directory()));
 }
 
@@ -63,7 +65,7 @@ void MosquittoBroker::Start() {
   process = std::make_unique<Command>(
       std::vector<std::string>{"/usr/sbin/mosquitto", "-c", Directory() + "/mosquitto.conf"},
       Directory() + "/output");
-  if (!Eventually([this] { return Accepts(port); })) {
+  if (!Eventually([this] { return Accepts(Port()); })) {
     throw std::runtime_error("no broker: " + ReadText(Directory() + "/output"));
   }
 }
@@ -74,7 +76,7 @@ bool MosquittoBroker::Publish(const std::string& topic, const std::string& paylo
                                  "-h",
                                  "127.0.0.1",
                                  "-p",
-                                 std::to_string(port),
+                                 std::to_string(Port()),
                                  "-q",
                                  "1",
                                  "-t",

@@ -8,13 +8,25 @@
 #include <string>
 #include <vector>
 
+#include "support/UniqueFd.h"
 #include "tests/support/Command.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tests {
 
-/// A port of 127.0.0.1 that nobody listened on a moment ago. Throws std::system_error.
-[[nodiscard]] std::uint16_t FreePort();
+/// Keeps a port of 127.0.0.1 for one program to listen on, which sets SO_REUSEADDR; no other is
+/// given it meanwhile.
+class KeptPort {
+ public:
+  /// Throws std::system_error when there is none.
+  KeptPort();
+
+  [[nodiscard]] std::uint16_t Number() const { return number; }
+
+ private:
+  const support::UniqueFd socket;
+  std::uint16_t number = 0;
+};
 
 /// Whether somebody accepts connections on `port` of 127.0.0.1.
 [[nodiscard]] bool Accepts(std::uint16_t port);
@@ -41,7 +53,7 @@ class MosquittoBroker {
   [[nodiscard]] bool Publish(const std::string& topic, const std::string& payload,
                              const std::vector<std::string>& options = {}) const;
 
-  [[nodiscard]] std::uint16_t Port() const { return port; }
+  [[nodiscard]] std::uint16_t Port() const { return port.Number(); }
   [[nodiscard]] const std::string& Directory() const { return directory.Path(); }
 
   /// What it has logged.
@@ -49,7 +61,7 @@ class MosquittoBroker {
 
  private:
   const TemporaryDirectory directory;
-  const std::uint16_t port;
+  const KeptPort port;
   std::unique_ptr<Command> process;
 };
 
