@@ -22,7 +22,7 @@ NEEDS_ANYWAY = ("RENEWAL_REASON_UPDATEFAILED", "RENEWAL_REASON_EMPTYTS")
 
 @dataclasses.dataclass
 class Record:
-    """One request of a unit. `status` is what it was answered, unless `misbehaviour` tells that it met one."""
+    """One request of a unit. `status` is what it was answered, or what was due when it met a `misbehaviour`."""
 
     time: str
     endpoint: str
@@ -159,7 +159,7 @@ class Download:
         self.backend.keep(request, "download", behaviour, response, container_id=message.container_id, reason=reason,
                           operation_type_id=message.operation_type_id)
         asked = words or f"{reason} has '{message.container_id}' for '{message.operation_type_id}'"
-        return response, f"{request.method} {asked} -> {response.status} {len(response.body)} bytes"
+        return response, f"{request.method} {asked}", f"{response.status} {len(response.body)} bytes"
 
     def _response(self, message, reason):
         offered = self.backend.offered()
@@ -189,4 +189,4 @@ class Report:
         self.backend.keep(request, "report", behaviour, response, container_id=message.container_id,
                           status_code=message.status_code, status_name=name)
         told = words or f"{message.status_code} {name} for '{message.container_id}'"
-        return response, f"{request.method} {told} -> {response.status}"
+        return response, f"{request.method} {told}", f"{response.status}"

@@ -120,11 +120,17 @@ def print_answer(answer, as_json):
         print(json.dumps(answer, indent=2))
     elif isinstance(answer, list):
         for number, record in enumerate(answer, 1):
-            print(f"{number}. " + " ".join(f"{key}={value}" for key, value in record.items()
-                                           if key not in ("headers", "body")))
+            print(f"{number}. " + record_line(record))
     else:
         for key, value in answer.items():
             print(f"{key}: {json.dumps(value) if isinstance(value, dict) else value}")
+
+
+def record_line(record):
+    """A request of a unit on one line; a status that a misbehaviour stood in for is told as such."""
+    due = "(was due)" if record.get("misbehaviour") else ""
+    return " ".join(f"{key}={value}{due if key == 'status' else ''}" for key, value in record.items()
+                    if key not in ("headers", "body"))
 
 
 def list_misbehaviours(as_json):

@@ -63,7 +63,8 @@ def _add_questions(add):
     command = add("reports", "show the status reports of units")
     command.add_argument("--wait", type=int, default=0, metavar="N", help="wait until there are N")
     command.add_argument("--timeout", type=float, default=WAIT_S, metavar="S", help=f"for so long (default {WAIT_S})")
-    add("requests", "show the download requests of units")
+    add("requests", "show the download requests of units; the status of one that was served badly is the one that "
+        "was due")
     add("status", "show addresses, processes, certificates and misbehaviours")
 
 

@@ -23,8 +23,9 @@ class Scene:
 class Endpoint:
     """One listening port of 127.0.0.1, each connection on a thread of its own. Any thread.
 
-    Connections wait until `start`. service: what answers. service.answer(request, behaviour) returns the response and
-    words for the log; `behaviour` is the name of the misbehaviour that the response is going to meet, or None.
+    Connections wait until `start`. service: what answers. service.answer(request, behaviour) returns the response and,
+    for the log, what was asked and what is answered; `behaviour` is the name of the misbehaviour that the response is
+    going to meet, or None.
     tls: the context to serve HTTPS with, or None for HTTP.
     """
 
@@ -136,8 +137,8 @@ class Endpoint:
         if self.tls:
             peer.start_tls(self.tls)
         scene.request = peer.read_request()
-        scene.response, words = self.service.answer(scene.request, misbehaviour.name if misbehaviour else None)
-        self._log.write(self.name, what + words)
+        scene.response, asked, due = self.service.answer(scene.request, misbehaviour.name if misbehaviour else None)
+        self._log.write(self.name, f"{what}{asked} -> " + (f"misbehaves ({due} due)" if misbehaviour else due))
         if misbehaviour:
             misbehaviour.act(scene)
         else:

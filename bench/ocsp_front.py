@@ -27,24 +27,24 @@ class OcspFront:
 
     def answer(self, request, _):
         if request.method != "POST":
-            return Response(405), f"{request.method} -> 405"
+            return Response(405), request.method, "405"
         if request.header("Content-Type") != OCSP_TYPE:
-            return Response(415), f"content type {request.header('Content-Type')} -> 415"
+            return Response(415), f"content type {request.header('Content-Type')}", "415"
         member, issuer, _ = self.subject_of(request)
         self._checks.append(member or "unknown")
         asked = f"POST about {member or 'an unknown certificate'} of {issuer.name if issuer else 'nobody'}"
         if issuer is None:
-            return Response(404), f"{asked} -> 404"
+            return Response(404), asked, "404"
         try:
             answer = self._responders[issuer.name].ask(request.raw)
         except OSError:
             answer = b""
         if not answer:
-            return Response(as_it_came=b""), f"{asked} -> nothing: its responder does not run"
+            return Response(as_it_came=b""), asked, "nothing: its responder does not run"
         head, _, body = answer.partition(b"\r\n\r\n")
         status = int(head.split(b" ")[1])
         response = Response(status, [("Content-Type", "application/ocsp-response")], body, as_it_came=answer)
-        return response, f"{asked} -> {status} {len(body)} bytes"
+        return response, asked, f"{status} {len(body)} bytes"
 
     def subject_of(self, request):
         """(name, issuer, certificate) that a request is about, as far as they are known."""

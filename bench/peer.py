@@ -37,6 +37,12 @@ class Peer:
 
     def read_request(self):
         """The next request. Raises BadRequest, and PeerGone when there is none."""
+        try:
+            return self._read_request()
+        except EOFError:
+            raise PeerGone("closed before its request was whole") from None
+
+    def _read_request(self):
         received = self._read_until(b"\r\n\r\n")
         head, _, body = received.partition(b"\r\n\r\n")
         method, target, version, headers = parse_head(head)
@@ -56,12 +62,13 @@ class Peer:
         return received
 
     def _receive(self):
+        """Raises EOFError at the end of what the other side sends."""
         try:
             received = self.stream.recv(CHUNK)
         except (OSError, ValueError) as error:
             raise PeerGone(f"while reading: {error}") from None
         if not received:
-            raise PeerGone("closed before its request was whole")
+            raise EOFError
         return received
 
     def send(self, content):
@@ -78,7 +85,10 @@ class Peer:
         ends = select.poll()
         ends.register(self.raw.fileno(), select.POLLIN | select.POLLRDHUP)
         while ends.poll(None if deadline is None else max(0, deadline - time.monotonic()) * 1000):
-            self._receive()
+            try:
+                self._receive()
+            except EOFError:
+                raise PeerGone("closed the connection") from None
 
     def drip(self, content, seconds=0.2, size=1):
         """Sends `content` in pieces of `size` bytes with pauses of `seconds`."""

@@ -110,6 +110,7 @@ def test_records_tell_the_misbehaviour_they_met(bench, tools):
     bench.misbehave("report", "status-500", times=1)
     assert report(tools, bench, b"") == b"500"
     assert bench.reports()[-1].misbehaviour == "status-500"
+    assert bench.log.lines()[-1].endswith("[status-500] POST 0 STATUS_CODE_SUCCESS for '' -> misbehaves (204 due)")
 
 
 def test_token_never_stands_in_the_log(bench, tools):

@@ -149,6 +149,17 @@ def test_tell_has_things_done_and_asks(running, tmp_path, tools):
     assert running.process.wait(DEADLINE_S) == 0
 
 
+def test_requests_tell_which_status_was_only_due(running, tmp_path, tools):
+    directory = tmp_path / "bench"
+    url = json.loads(tell(tools, directory, "status", "--json").stdout)["endpoints"]["download"]["url"]
+    tell(tools, directory, "misbehave", "download", "status-503", "--times", "1")
+    for _ in range(2):
+        tools.curl("-d", "", url)
+    told = tell(tools, directory, "requests").stdout.decode().splitlines()
+    assert " status=401(was due) misbehaviour=status-503" in told[0]
+    assert " status=401 " in told[1]
+
+
 def test_tell_offers_bundles_and_files(running, tmp_path, tools):
     directory = tmp_path / "bench"
     tell(tools, directory, "container", "new", "--bundle", f"X={directory}/pki/server-ca.pem")

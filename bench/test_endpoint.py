@@ -18,7 +18,7 @@ class Echo:
     def answer(self, request, behaviour):
         if request.target == "/fault":
             raise ValueError("fault")
-        return Response(200, [], request.raw), f"{request.method} {request.target} {behaviour}"
+        return Response(200, [], request.raw), f"{request.method} {request.target} {behaviour}", "200"
 
 
 @pytest.fixture(name="endpoint")
@@ -43,7 +43,7 @@ def test_request_is_read_and_answered(endpoint, tools, log):
     code, output = tools.curl("-d", "body", f"http://127.0.0.1:{endpoint.port}/path")
     assert code == 0
     assert output.startswith(b"POST /path HTTP/1.1\r\n") and output.endswith(b"\r\n\r\nbody")
-    assert log.lines() == ["echo: #1 POST /path None"]
+    assert log.lines() == ["echo: #1 POST /path None -> 200"]
 
 
 def test_request_in_single_bytes_is_read(endpoint):
@@ -77,7 +77,8 @@ def test_misbehaviour_with_times_ends_by_itself(endpoint, tools, log):
     url = f"http://127.0.0.1:{endpoint.port}/"
     status = ["-d", "", "-o", "-", "-w", "%{http_code}", url]
     assert [tools.curl(*status)[1][-3:] for _ in range(3)] == [b"418", b"418", b"200"]
-    assert log.lines() == ["echo: #1 [teapot] POST / teapot", "echo: #2 [teapot] POST / teapot", "echo: #3 POST / None"]
+    assert log.lines() == ["echo: #1 [teapot] POST / teapot -> misbehaves (200 due)",
+                           "echo: #2 [teapot] POST / teapot -> misbehaves (200 due)", "echo: #3 POST / None -> 200"]
     assert endpoint.behaviour() == (None, None)
 
 
@@ -85,6 +86,16 @@ def test_misbehaviour_at_once_reads_no_request(endpoint, log):
     endpoint.misbehave(Misbehaviour("hello", "", lambda scene: scene.peer.send(b"hello"), at_once=True))
     assert exchange(endpoint, b"") == b"hello"
     assert log.lines() == ["echo: #1 [hello] connected"]
+
+
+def test_peer_that_leaves_before_an_answer_is_told(endpoint, log):
+    endpoint.misbehave(Misbehaviour("silence", "", lambda scene: scene.peer.wait_until_gone()))
+    with socket.create_connection(("127.0.0.1", endpoint.port), DEADLINE_S) as connection:
+        connection.sendall(b"POST / HTTP/1.1\r\nContent-Length: 0\r\n\r\n")
+        connection.shutdown(socket.SHUT_WR)
+        assert connection.recv(1) == b""
+    assert log.lines() == ["echo: #1 [silence] POST / silence -> misbehaves (200 due)",
+                           "echo: #1 [silence] gone: closed the connection"]
 
 
 def test_fault_of_the_bench_is_told(endpoint, log, monkeypatch):

@@ -175,6 +175,15 @@ def ends_well(connection):
     return True
 
 
+def test_answer_cut_without_goodbye_is_told_once(https, tools):
+    before = len(https.log.lines())
+    https.misbehave(DOWNLOAD, "tls-no-goodbye", times=1)
+    download(tools, https, "--cacert", https.pki.path("server-ca"), seconds=10)
+    told = [line for line in https.log.lines()[before:] if "[tls-no-goodbye]" in line]
+    assert len(told) == 1 and " bytes due)" in told[0]
+    assert https.requests()[-1].misbehaviour == "tls-no-goodbye"
+
+
 def test_old_tls_is_what_it_says(https, tools):
     https.misbehave(DOWNLOAD, "tls-1.0", times=1)
     port = https.endpoints[DOWNLOAD].port
