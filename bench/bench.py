@@ -25,11 +25,13 @@ bench runs in {directory}
   root           {root}   (for the unit's trust-store/factory/ZORA.pem)
   download       {download}
   report         {report}
-  ocsp           {ocsp}  {mod_ocsp}
+  ocsp           {ocsp}
+  mod-ocsp       {mod_ocsp}
   broker         127.0.0.1:{port}
   container      {container}
 tell it more:    {program} tell {directory} --help
 """
+PARENT_ENDED = "the process that started it has ended"
 
 
 def make_parser():
@@ -75,14 +77,24 @@ class UntilTold:
 
     def __init__(self):
         self._reading, self._writing = os.pipe2(os.O_CLOEXEC | os.O_NONBLOCK)
+        self._reason = PARENT_ENDED
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-            signal.signal(number, lambda *_: self.stop())
+            signal.signal(number, lambda received, _: self._end(f"on {signal.Signals(received).name}"))
         self._parent = os.getppid()
 
     def stop(self):
+        self._end("as told")
+
+    def _end(self, reason):
+        self._reason = reason
         os.write(self._writing, b"x")
 
     def wait(self):
+        """Returns why it is the end, in words."""
+        self._wait()
+        return self._reason
+
+    def _wait(self):
         waiting = [self._reading]
         # A parent that is gone already, or the system's first process, does not count.
         if self._parent > 1:
@@ -101,10 +113,10 @@ def run_bench(options):
             told = control.Control(bench, until.stop)
             try:
                 print(summary(bench.status()), flush=True)
-                until.wait()
+                reason = until.wait()
             finally:
                 told.close()
-            bench.log.write("bench", "ends")
+            bench.log.write("bench", f"ends, {reason}")
     except BrokenPipeError:
         pass
     return 0

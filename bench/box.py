@@ -1,6 +1,7 @@
 """Bench: everything that a unit talks to, in one object."""
 
 import contextlib
+import datetime
 import fcntl
 import os
 import pathlib
@@ -200,6 +201,8 @@ class Bench:
         self._lock(stack)
         log_file = stack.enter_context(open(self.directory / "bench.log", "a", encoding="utf-8"))
         self.log = EventLog(log_file, *self._streams)
+        # The lines themselves have a time and no date, and the file is kept from run to run.
+        self.log.write("bench", f"starts on {datetime.date.today().isoformat()}")
         for number, name in enumerate(ENDPOINTS):
             self._open(stack, name, number)
         # The responders' address is in the certificates: the ports come first.
@@ -207,7 +210,7 @@ class Bench:
         self._start_responders(stack)
         self._serve()
         self.broker = Broker(self.pki, self.directory, self.log, port=self._port(4), **self._mqtt)
-        stack.callback(self.broker.stop)
+        stack.callback(self.broker.close)
         self.broker.start()
         self.new_container()
         configuration.write(self)

@@ -56,8 +56,14 @@ class Broker:
                 return
         raise BenchError(f"mosquitto does not start; see {self._process.output_path}")
 
-    def stop(self):
+    def close(self):
+        """The end of the bench."""
         self._process.stop()
+
+    def stop(self):
+        if self.running():
+            self._process.stop()
+            self._log.write("broker", "stopped")
 
     def kill(self):
         self._process.kill()

@@ -1,8 +1,10 @@
 """The command line, and what is left behind."""
 
+import datetime
 import json
 import os
 import pathlib
+import re
 import select
 import signal
 import socket
@@ -80,6 +82,7 @@ def test_summary_names_what_a_unit_needs(running, tmp_path):
     text = "".join(running.output)
     for part in (f"{tmp_path}/bench/host-platform.toml", f"{tmp_path}/bench/pki/root.pem", "http://127.0.0.1:"):
         assert part in text
+    assert re.search(r"^  ocsp +http://127.0.0.1:\d+/ocsp\n  mod-ocsp +http://127.0.0.1:\d+/ocsp\n", text, re.MULTILINE)
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
@@ -89,7 +92,7 @@ def test_signal_ends_all_of_it(tmp_path, number):
     assert len(below) >= 3
     code, rest = running.end(number)
     assert code == 0
-    assert rest.endswith("bench: ends\n")
+    assert rest.endswith(f"bench: ends, on {number.name}\n")
     await_end(below)
 
 
@@ -116,6 +119,23 @@ def test_bench_ends_with_its_parent(tmp_path):
     except AssertionError:
         os.kill(pid, signal.SIGKILL)
         raise
+    assert last_word(tmp_path / "bench") == "bench: ends, the process that started it has ended"
+
+
+def last_word(directory):
+    """The last line of a bench's log without its time."""
+    return (directory / "bench.log").read_text().splitlines()[-1].partition(" ")[2]
+
+
+def test_log_begins_with_the_date_of_each_run(tmp_path):
+    for _ in range(2):
+        before = datetime.date.today()
+        with Bench(tmp_path):
+            pass
+    started = [line.partition(" ")[2] for line in (tmp_path / "bench.log").read_text().splitlines()
+               if " bench: starts " in line]
+    assert len(started) == 2
+    assert started[1] in {f"bench: starts on {day}" for day in (before, datetime.date.today())}
 
 
 def test_everything_listens_on_loopback_only(running):
@@ -147,6 +167,7 @@ def test_tell_has_things_done_and_asks(running, tmp_path, tools):
     assert status["broker"]["running"] is False
     tell(tools, directory, "stop")
     assert running.process.wait(DEADLINE_S) == 0
+    assert last_word(directory) == "bench: ends, as told"
 
 
 def test_requests_tell_which_status_was_only_due(running, tmp_path, tools):

@@ -54,6 +54,14 @@ def test_payload_is_published_as_it_is(bench, tools):
     assert subscribe(tools, bench, "-C", "1", "-N").stdout == b"\xff\x00\xff"
 
 
+def test_broker_that_is_stopped_is_told_once(bench):
+    before = len(bench.log.lines())
+    bench.broker.stop()
+    bench.broker.stop()
+    bench.broker.start()
+    assert bench.log.lines()[before:] == ["broker: stopped", "broker: started"]
+
+
 def test_broker_that_is_down_takes_no_job(bench):
     bench.broker.kill()
     with pytest.raises(BenchError, match="Connection refused"):
