@@ -66,6 +66,10 @@ def _no_goodbye(scene):
     scene.peer.cut()
 
 
+def _fault(name, summary, act, at_once=True):
+    return Misbehaviour(name, summary, act, TLS, at_once=at_once, by_tls=True)
+
+
 CONNECTION = [
     Misbehaviour("connect-silence", "accepts the connection and never reads or writes",
                  lambda scene: scene.peer.wait_until_gone(), at_once=True),
@@ -77,14 +81,14 @@ CONNECTION = [
 ]
 
 TLS_FAULTS = [
-    Misbehaviour("tls-wrong-name", "a certificate for another name", _certificate("server-wrong-name"), TLS, True),
-    Misbehaviour("tls-expired", "a certificate that has expired", _certificate("server-expired"), TLS, True),
-    Misbehaviour("tls-unknown-ca", "a certificate of an unknown CA", _certificate("server-unknown-ca"), TLS, True),
-    Misbehaviour("tls-1.0", "TLS 1.0 and nothing newer", _old_version, TLS, True),
-    Misbehaviour("tls-plain", "plain HTTP where TLS is due", _plain_answer, TLS, True),
-    Misbehaviour("tls-garbage", "bytes that mean nothing in the handshake", _garbage, TLS, True),
-    Misbehaviour("tls-alert", "a fatal alert in the handshake", _alert, TLS, True),
-    Misbehaviour("tls-cut", "closes in the handshake", _cut, TLS, True),
-    Misbehaviour("tls-reset", "resets the connection in the handshake", _reset, TLS, True),
-    Misbehaviour("tls-no-goodbye", "half of the answer, closed without a word of TLS", _no_goodbye, TLS),
+    _fault("tls-wrong-name", "a certificate for another name", _certificate("server-wrong-name")),
+    _fault("tls-expired", "a certificate that has expired", _certificate("server-expired")),
+    _fault("tls-unknown-ca", "a certificate of an unknown CA", _certificate("server-unknown-ca")),
+    _fault("tls-1.0", "TLS 1.0 and nothing newer", _old_version),
+    _fault("tls-plain", "plain HTTP where TLS is due", _plain_answer),
+    _fault("tls-garbage", "bytes that mean nothing in the handshake", _garbage),
+    _fault("tls-alert", "a fatal alert in the handshake", _alert),
+    _fault("tls-cut", "closes in the handshake", _cut),
+    _fault("tls-reset", "resets the connection in the handshake", _reset),
+    _fault("tls-no-goodbye", "half of the answer, closed without a word of TLS", _no_goodbye, at_once=False),
 ]

@@ -135,7 +135,13 @@ def print_answer(answer, as_json):
             print(f"{number}. " + record_line(record))
     else:
         for key, value in answer.items():
-            print(f"{key}: {json.dumps(value) if isinstance(value, dict) else value}")
+            print(f"{key}: {in_words(value)}")
+
+
+def in_words(value):
+    if value is None:
+        return "none"
+    return json.dumps(value) if isinstance(value, dict) else value
 
 
 def record_line(record):
@@ -164,6 +170,7 @@ def main():
             return run_bench(options)
         if options.action == "misbehaviours":
             return list_misbehaviours(options.json)
+        commands.check(parser, options)
         told = {key: value for key, value in vars(options).items() if key not in ("action", "directory")}
         print_answer(control.tell(options.directory, told), options.json)
         return 0

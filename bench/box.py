@@ -117,7 +117,10 @@ class Bench:
         """The next `times` connections to `endpoint` (default: all) meet the misbehaviour `name`."""
         if times is not None and times < 1:
             raise BenchError(f"{times} times is never")
-        self._endpoint(endpoint).misbehave(misbehaviours.find(name, endpoint), times)
+        found = misbehaviours.find(name, endpoint)
+        if found.by_tls and not self._endpoint(endpoint).tls:
+            raise BenchError(f"'{name}' needs a bench that runs with --https")
+        self._endpoint(endpoint).misbehave(found, times)
         self.log.write(endpoint, f"misbehaves: {name}" + (f" {times} times" if times else ""))
 
     def behave(self, endpoint=None):

@@ -7,6 +7,8 @@ from bench.misbehaviour import ENDPOINTS
 from bench.processes import BenchError
 
 WAIT_S = 60
+# What a file is offered as when it holds no id.
+NAMELESS = "FILE"
 
 
 def _path(text):
@@ -33,13 +35,14 @@ def _add_containers(add):
     command = add("container", "offer a container for download")
     command.add_argument("kind", choices=["new", "same", "old", "none", "file"], help="new; same (id and time of the "
                          "present one); old (thirty days); none; file: as --file says")
-    command.add_argument("--id", help="its id in place of one made of its time")
+    command.add_argument("--id", help="its id in place of one made of its time; of a file, in place of the one in it")
     command.add_argument("--bundle", action="append", default=[], metavar="NAME=FILE",
                          help="the certificates of a PEM file for a bundle; again for more")
     command.add_argument("--file", type=_path, help="offer this file as it is")
     command = add("job", "publish a job")
-    command.add_argument("id", nargs="?", help="the container's id (default: of the offered one)")
-    command.add_argument("--payload", type=_path, metavar="FILE", help="publish this file as it is")
+    what = command.add_mutually_exclusive_group()
+    what.add_argument("id", nargs="?", help="the container's id (default: of the offered one)")
+    what.add_argument("--payload", type=_path, metavar="FILE", help="publish this file as it is")
     add("token", "another token, at the backend and in the unit's file").add_argument("token")
 
 
@@ -68,16 +71,21 @@ def _add_questions(add):
     add("status", "show addresses, processes, certificates and misbehaviours")
 
 
+def check(parser, options):
+    """What the parser cannot see by itself: ends the program by parser.error."""
+    if options.command == "container" and (options.kind == "file") != bool(options.file):
+        parser.error("container file needs --file FILE, and nothing else takes it")
+
+
 def run(bench, told):
     """Does what `told` (the parsed options as a dictionary) says; returns plain values. Raises BenchError."""
     return _COMMANDS[told["command"]](bench, told)
 
 
 def _container(bench, told):
-    if (told["kind"] == "file") != bool(told["file"]):
-        raise BenchError("container file needs --file FILE, and nothing else takes it")
     if told["kind"] == "file":
-        return {"container_id": bench.offer_text(_text(told["file"]), told["id"] or "FILE")}
+        text = _text(told["file"])
+        return {"container_id": bench.offer_text(text, told["id"] or containers.container_id(text) or NAMELESS)}
     bundles = _bundles(told["bundle"])
     return {"container_id": bench.new_container(told["kind"], container_id=told["id"], bundles=bundles)}
 

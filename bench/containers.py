@@ -126,6 +126,16 @@ def tampered(container):
     return ".".join([header, payload[:middle] + other + payload[middle + 1:], signature])
 
 
+def container_id(text):
+    """The id in a container's header; None for a text without one."""
+    try:
+        header = json.loads(decode(text.partition(".")[0]))
+    except (ValueError, RecursionError):
+        return None
+    held = header.get("ContainerId") if isinstance(header, dict) else None
+    return held if isinstance(held, str) else None
+
+
 def verify(text, root_pem):
     """Takes a container apart and checks every signature up to the root; raises ContainerError."""
     segments = text.split(".")

@@ -11,7 +11,7 @@ ENDPOINTS = (DOWNLOAD, REPORT, OCSP, MOD_OCSP)
 class Misbehaviour:
     """A way to serve a connection badly. `act` takes a Scene and may leave the connection open: it is closed then.
 
-    at_once: acts on the new connection, before TLS and before a request is read.
+    at_once: acts on the new connection, before TLS and before a request is read. by_tls: only where TLS is due.
     """
 
     name: str
@@ -19,3 +19,4 @@ class Misbehaviour:
     act: Callable
     endpoints: tuple = ENDPOINTS
     at_once: bool = False
+    by_tls: bool = False

@@ -189,13 +189,29 @@ def test_tell_offers_bundles_and_files(running, tmp_path, tools):
     assert (directory / "container.tsc").read_text() == "any text"
 
 
+def test_file_is_offered_under_the_id_that_it_holds(shared, tmp_path, tools):
+    tell(tools, shared, "container", "new", "--id", "TSC-HELD")
+    path = tmp_path / "held.tsc"
+    path.write_bytes((pathlib.Path(shared) / "container.tsc").read_bytes())
+    offer = ["container", "file", "--file", path]
+    assert tell(tools, shared, *offer).stdout == b"container_id: TSC-HELD\n"
+    assert tell(tools, shared, *offer, "--id", "other").stdout == b"container_id: other\n"
+    path.write_text("any text")
+    assert tell(tools, shared, *offer).stdout == b"container_id: FILE\n"
+
+
+def test_nothing_offered_is_told_in_words(shared, tools):
+    assert tell(tools, shared, "container", "none").stdout == b"container_id: none\n"
+    assert b"\ncontainer: none\n" in tell(tools, shared, "status").stdout
+
+
 @pytest.mark.parametrize("arguments, error", [
     (["revoke", "nobody"], "bench.py: no certificate 'nobody'; there are ca-1, signer, retired\n"),
     (["misbehave", "download", "nonsense"],
      "bench.py: no misbehaviour 'nonsense'; `bench.py misbehaviours` lists them\n"),
     (["misbehave", "download", "silence", "--times", "0"], "bench.py: 0 times is never\n"),
     (["reports", "--wait", "1", "--timeout", "0"], "bench.py: 0 in place of 1 reports within 0.0 s\n"),
-    (["container", "file"], "bench.py: container file needs --file FILE, and nothing else takes it\n"),
+    (["misbehave", "download", "tls-cut"], "bench.py: 'tls-cut' needs a bench that runs with --https\n"),
     (["container", "new", "--bundle", "X"], "bench.py: --bundle X: not NAME=FILE\n"),
     (["responder", "ca-9", "kill"], "bench.py: no CA 'ca-9'; there are root, ca-1\n"),
     (["broker", "start"], "bench.py: broker runs already\n"),
@@ -230,7 +246,8 @@ def test_tell_without_a_bench_says_so(tmp_path, tools):
 @pytest.mark.parametrize("arguments", [
     [], ["burn"], ["run", "--chain-length", "0"], ["run", "--chain-length", "9"], ["run", "--client-certificate"],
     ["run", "--first-port", "80"], ["run", "--first-port", "65532"], ["tell"], ["tell", ".", "burn"],
-    ["tell", ".", "misbehave", "nowhere", "silence"]])
+    ["tell", ".", "misbehave", "nowhere", "silence"], ["tell", ".", "container", "file"],
+    ["tell", ".", "container", "new", "--file", "x"], ["tell", ".", "job", "A", "--payload", "x"]])
 def test_wrong_usage_is_two(tools, arguments):
     assert tools.run(PROGRAM, *arguments, check=False).returncode == 2
 

@@ -46,6 +46,18 @@ def test_build_then_verify_returns_what_went_in(signer, root, bundles, sign):
     assert held.bundles == bundles
 
 
+@pytest.mark.parametrize("header, held", [
+    ('{"ContainerId": "id/1"}', "id/1"), ('{"ContainerId": 1}', None), ("{}", None), ("[]", None), ("{", None),
+    ("[" * 100_000, None), ("\u00ff", None)])
+def test_id_is_read_from_the_header_when_there_is_one(header, held):
+    assert containers.container_id(f"{containers.encode(header.encode())}.e30.c2ln") == held
+
+
+@pytest.mark.parametrize("text", ["", "any text", "A", "\u00e4.b.c"])
+def test_text_that_is_no_container_has_no_id(text):
+    assert containers.container_id(text) is None
+
+
 def test_escaped_slashes_are_valid_json_and_still_escaped_in_the_text(signer, bundles):
     header = containers.header_text(signer, "now", "a/b", escape_slashes=True)
     assert json.loads(header)["ContainerId"] == "a/b"
