@@ -207,8 +207,12 @@ TEST_F(Exchanging, Exchanges_LeaveNoDescriptor) {
 }
 
 TEST_F(Exchanging, NoDescriptorLeft_FailsAndGoesOnLater) {
-  // UndefinedBehaviorSanitizer needs a descriptor to look at an object for the first time.
+  // UndefinedBehaviorSanitizer needs a descriptor to look at an object for the first time: a stream
+  // that ends, and a failure with its line, come before there is none left.
+  EXPECT_TRUE(Open().IsOpen());
+  EXPECT_TRUE(tests::IsAtEnd(connection.Get()));
   EXPECT_NE(support::ErrorText(EMFILE), "");
+  EXPECT_EQ(exchanges.Connect(config, "Unknown", "127.0.0.1", peer.Port()).status, ENOENT);
   const auto held = Open();
   const support::UniqueFd heldPeer = std::move(connection);
   rlimit former{};
