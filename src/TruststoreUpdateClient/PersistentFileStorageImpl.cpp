@@ -28,7 +28,8 @@ std::string SizeKey(const std::string& key) {
 PersistentFileStorageImpl::PersistentFileStorageImpl()
     : portName("FileStoragePort"), logger("PersistantFileStorage") {
   ara::exec::ApplicationClient client;
-  client.ReportApplicationState(ara::exec::ApplicationState::kRunning);
+  // The platform has logged a failure, and records do not depend on it.
+  (void)client.ReportApplicationState(ara::exec::ApplicationState::kRunning);
 }
 
 int PersistentFileStorageImpl::StoreFile(const std::string& key, const std::string& path) const {

@@ -47,7 +47,7 @@ class ApplicationReport : public ::testing::Test {
 
 TEST_F(ApplicationReport, Running_ReadyTold) {
   Listen();
-  ApplicationClient().ReportApplicationState(ApplicationState::kRunning);
+  EXPECT_TRUE(ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
   EXPECT_EQ(Received(), "READY=1");
   EXPECT_EQ(Received(), "none");
   EXPECT_THAT(log.Lines(), ElementsAre("debug: libara_exec: application state running"));
@@ -55,28 +55,28 @@ TEST_F(ApplicationReport, Running_ReadyTold) {
 
 TEST_F(ApplicationReport, Terminating_StoppingTold) {
   Listen();
-  ApplicationClient().ReportApplicationState(ApplicationState::kTerminating);
+  EXPECT_TRUE(ApplicationClient().ReportApplicationState(ApplicationState::kTerminating));
   EXPECT_EQ(Received(), "STOPPING=1");
   EXPECT_THAT(log.Lines(), ElementsAre("debug: libara_exec: application state terminating"));
 }
 
 TEST_F(ApplicationReport, ReportedAgain_ToldAgain) {
   Listen();
-  ApplicationClient().ReportApplicationState(ApplicationState::kRunning);
-  ApplicationClient().ReportApplicationState(ApplicationState::kRunning);
+  EXPECT_TRUE(ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
+  EXPECT_TRUE(ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
   EXPECT_EQ(Received(), "READY=1");
   EXPECT_EQ(Received(), "READY=1");
 }
 
 TEST_F(ApplicationReport, NoServiceManager_OnlyDebugLine) {
   ::unsetenv("NOTIFY_SOCKET");
-  ApplicationClient().ReportApplicationState(ApplicationState::kRunning);
+  EXPECT_TRUE(ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
   EXPECT_THAT(log.Lines(), ElementsAre("debug: libara_exec: application state running"));
 }
 
 TEST_F(ApplicationReport, ServiceManagerGone_ErrorLine) {
   ::setenv("NOTIFY_SOCKET", path.c_str(), 1);
-  ApplicationClient().ReportApplicationState(ApplicationState::kRunning);
+  EXPECT_FALSE(ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
   EXPECT_THAT(log.Lines(),
               ElementsAre("debug: libara_exec: application state running",
                           "error: libara_exec: cannot report application state running: No such "

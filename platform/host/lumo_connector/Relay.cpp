@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "csc_logging/CSCLogging.h"
-#include "platform/host/lumo_connector/WorkerThread.h"
+#include "platform/host/threads/WorkerThread.h"
 
 namespace platform_host {
 namespace {
@@ -103,7 +103,7 @@ ConnectOutcome Relay::Add(std::unique_ptr<RelayedExchange> exchange) {
 }
 
 void Relay::StartThread() {
-  thread = lumo_connector::StartThread("LumoRelay",
+  thread = platform_host::StartThread("LumoRelay",
                                        [this, work = std::make_unique<Work>()] { Run(*work); });
   running = true;
 }

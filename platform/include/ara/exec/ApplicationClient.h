@@ -15,9 +15,9 @@ enum class ApplicationState : std::uint8_t {
 /// A short-lived handle; any thread, any number at a time.
 class ApplicationClient {
  public:
-  /// Does not block and does not throw; a report that cannot be delivered is logged by the
-  /// platform.
-  void ReportApplicationState(ApplicationState state) noexcept;
+  /// Does not block and does not throw. Returns false for a report that could not be delivered; the
+  /// platform has logged why.
+  [[nodiscard]] bool ReportApplicationState(ApplicationState state) noexcept;
 };
 
 }  // namespace ara::exec

@@ -1,10 +1,10 @@
-#include "platform/host/lumo_connector/WorkerThread.h"
+#include "platform/host/threads/WorkerThread.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-namespace lumo_connector {
+namespace platform_host {
 namespace {
 
 bool BlocksSignal(int number) {
@@ -34,4 +34,4 @@ TEST(WorkerThread, Starter_KeepsItsSignals) {
 }
 
 }  // namespace
-}  // namespace lumo_connector
+}  // namespace platform_host

@@ -1,7 +1,7 @@
-/// How this library's threads begin: with a name, and with every signal blocked, so that signals
-/// reach the threads of the program that has handlers for them.
-#ifndef PLATFORM_HOST_LUMO_CONNECTOR_WORKERTHREAD_H
-#define PLATFORM_HOST_LUMO_CONNECTOR_WORKERTHREAD_H
+/// How threads of these libraries begin: with a name, and with every signal blocked, so that
+/// signals reach the threads of the program that has handlers for them.
+#ifndef PLATFORM_HOST_THREADS_WORKERTHREAD_H
+#define PLATFORM_HOST_THREADS_WORKERTHREAD_H
 
 #include <pthread.h>
 #include <signal.h>
@@ -9,7 +9,7 @@
 #include <thread>
 #include <utility>
 
-namespace lumo_connector {
+namespace platform_host {
 
 /// While it lives, the calling thread blocks every signal, and threads that it makes inherit that.
 class SignalsBlocked {
@@ -38,6 +38,6 @@ template <typename Body>
   });
 }
 
-}  // namespace lumo_connector
+}  // namespace platform_host
 
 #endif
