@@ -1,10 +1,10 @@
-#include "platform/host/threads/WorkerThread.h"
+#include "support/WorkerThread.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-namespace platform_host {
+namespace support {
 namespace {
 
 bool BlocksSignal(int number) {
@@ -34,4 +34,4 @@ TEST(WorkerThread, Starter_KeepsItsSignals) {
 }
 
 }  // namespace
-}  // namespace platform_host
+}  // namespace support
