@@ -1,0 +1,108 @@
+// Signals at every instant of a handler's life, on other threads than its own.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <functional>
+#include <thread>
+
+#include "platform/host/csc_logging/CapturedLog.h"
+#include "signal_handler/SignalHandler.h"
+#include "tests/support/EventLog.h"
+#include "tests/support/KeptSignals.h"
+#include "tests/support/ProcessUse.h"
+
+namespace signal_handler {
+namespace {
+
+constexpr int kTurns = 100;
+
+/// Repeats an action on a thread of its own while it lives.
+class Repeated {
+ public:
+  explicit Repeated(std::function<void()> action)
+      : thread([this, act = std::move(action)] {
+          while (!isEnding) {
+            act();
+            ++turns;
+          }
+        }) {
+    EXPECT_TRUE(tests::Eventually([this] { return turns > 0; }));
+  }
+  ~Repeated() {
+    isEnding = true;
+    thread.join();
+  }
+  Repeated(const Repeated&) = delete;
+  Repeated& operator=(const Repeated&) = delete;
+
+ private:
+  std::atomic<bool> isEnding{false};
+  std::atomic<int> turns{0};
+  std::thread thread;
+};
+
+/// A pipe that takes over the lowest free descriptor numbers.
+class Victim {
+ public:
+  Victim() { EXPECT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0); }
+  ~Victim() {
+    ::close(ends[0]);
+    ::close(ends[1]);
+  }
+  Victim(const Victim&) = delete;
+  Victim& operator=(const Victim&) = delete;
+
+  [[nodiscard]] bool IsUntouched() const {
+    char byte = 0;
+    return ::read(ends[0], &byte, 1) == -1 && errno == EAGAIN;
+  }
+
+ private:
+  int ends[2] = {-1, -1};
+};
+
+TEST(SignalStress, HandlerUnderWayAtTheEnd_WritesIntoNoOtherFile) {
+  const tests::KeptSignals former;
+  const platform_host::CapturedLog log;
+  const Repeated signals([] { HandleSignal(SIGPIPE); });
+  for (int turn = 0; turn < kTurns; ++turn) {
+    {
+      const SignalHandler handler([] {});
+    }
+    const Victim victim;
+    std::this_thread::yield();
+    EXPECT_TRUE(victim.IsUntouched());
+  }
+}
+
+TEST(SignalStress, TerminationsAtAnyInstant_ActionAtMostOncePerHandler) {
+  const tests::KeptSignals former;
+  const platform_host::CapturedLog log;
+  const auto before = tests::OpenDescriptors();
+  {
+    const SignalHandler first([] {});
+  }  // from here on nothing ends the process
+  {
+    const auto target = ::pthread_self();
+    const Repeated signals([target] {
+      ::pthread_kill(target, SIGTERM);
+      ::pthread_kill(target, SIGPIPE);
+    });
+    for (int turn = 0; turn < kTurns; ++turn) {
+      std::atomic<int> calls{0};
+      {
+        const SignalHandler handler([&calls] { ++calls; });
+      }
+      EXPECT_LE(calls, 1);
+    }
+  }
+  EXPECT_EQ(tests::OpenDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace signal_handler
