@@ -46,6 +46,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(size <= HostConfig::kSizeLimit, "a long file is refused");
   Require(config.trustStoreDirectory.front() == '/', "the trust store is an absolute path");
   Require(config.persistencyDirectory.front() == '/', "the persistency is an absolute path");
+  Require(config.controlSocket.front() == '/' && config.controlSocket.size() < 108,
+          "the control socket is an absolute path that fits into an address");
   for (const auto& file : config.logFiles)
     Require(file.front() == '/', "a log file is an absolute path");
   Require(config.limits.responseBytes >= 1, "an answer may have a byte");

@@ -68,7 +68,8 @@ struct HostConfig {
   std::vector<std::string> logFiles;  ///< absolute paths
   std::string trustStoreDirectory = "/var/lib/truststore-update-client/trust-store";  ///< absolute
   std::string persistencyDirectory = "/var/lib/truststore-update-client/persistency";
-  std::optional<BrokerConfig> broker;             ///< none: no topics
+  std::string controlSocket = "/run/truststore-update-client/control.sock";  ///< absolute
+  std::optional<BrokerConfig> broker;                                        ///< none: no topics
   std::map<std::string, ServiceConfig> services;  ///< by operation type id
   ExchangeLimits limits;
 

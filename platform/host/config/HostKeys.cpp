@@ -42,6 +42,13 @@ Refusal TakeSinks(const std::vector<std::string>& sinks, HostConfig& config) {
   return std::nullopt;
 }
 
+Refusal TakeControlSocket(Text path, HostConfig& config) {
+  if (path.size() > kMaxSocketPathBytes) {
+    return "must have at most " + std::to_string(kMaxSocketPathBytes) + " bytes";
+  }
+  return TakePath(path, config.controlSocket);
+}
+
 Refusal TakeResponseBytes(std::int64_t value, HostConfig& config) {
   if (auto refusal = CheckRange(value, kResponseBytes)) return refusal;
   config.limits.responseBytes = static_cast<std::size_t>(value);
@@ -63,8 +70,7 @@ Tables MakeTables() {
          [](Text value, HostConfig& config) {
            return TakePath(value, config.persistencyDirectory);
          }}}},
-      // Known, so that a file that names it is none with an error; nothing listens there yet.
-      {"control", {{"socket", [](Text, HostConfig&) { return Refusal(); }}}},
+      {"control", {{"socket", TakeControlSocket}}},
       {"limits",
        {{"response_bytes", TakeResponseBytes},
         {"exchange_s",

@@ -3,6 +3,7 @@
 #ifndef PLATFORM_HOST_CONFIG_HOSTKEYS_H
 #define PLATFORM_HOST_CONFIG_HOSTKEYS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,10 @@ namespace platform_host {
 /// The largest values of [limits]; the least is 1.
 inline constexpr std::int64_t kMostResponseBytes = std::int64_t{1} << 30;
 inline constexpr std::int64_t kMostExchangeSeconds = 3600;
+
+/// Longest path of a Unix socket: what the system's address has room for (sun_path in unix(7)),
+/// without the NUL byte behind it.
+inline constexpr std::size_t kMaxSocketPathBytes = 107;
 
 /// The keys of `table`, for example "logging"; null when there is no such table. Valid as long as
 /// the process.

@@ -51,5 +51,39 @@ TEST(HostKeys, LimitOutOfRange_FileLineAndKeyNamed) {
   }
 }
 
+HostConfig WithSocket(const std::string& path) {
+  const auto result = HostConfig::Parse("[control]\nsocket = \"" + path + "\"\n", "f");
+  EXPECT_TRUE(result.Ok()) << (result.Ok() ? "" : result.Failure().Text());
+  return result.Ok() ? result.Value() : HostConfig{};
+}
+
+TEST(HostKeys, ControlLeftOut_DefaultSocket) {
+  EXPECT_EQ(HostConfig{}.controlSocket, "/run/truststore-update-client/control.sock");
+}
+
+TEST(HostKeys, ControlSocket_TakenUpToItsBound) {
+  EXPECT_EQ(WithSocket("/s").controlSocket, "/s");
+  const std::string longest = "/" + std::string(kMaxSocketPathBytes - 1, 'x');
+  EXPECT_EQ(WithSocket(longest).controlSocket, longest);
+}
+
+TEST(HostKeys, UnusableControlSocket_FileLineAndKeyNamed) {
+  struct Case {
+    std::string path;
+    std::string reason;
+  };
+  const std::vector<Case> cases = {
+      {"", "must be an absolute path"},
+      {"control.sock", "must be an absolute path"},
+      {"/run/a\\u0000b", "must be an absolute path"},
+      {"/" + std::string(kMaxSocketPathBytes, 'x'), "must have at most 107 bytes"},
+  };
+  for (const auto& one : cases) {
+    const auto result = HostConfig::Parse("[control]\nsocket = \"" + one.path + "\"\n", "f");
+    ASSERT_FALSE(result.Ok()) << one.path;
+    EXPECT_EQ(result.Failure().Text(), "f:2: control.socket: " + one.reason);
+  }
+}
+
 }  // namespace
 }  // namespace platform_host
