@@ -1,0 +1,130 @@
+#include "ssoa_socket/SocketCloseHelper.h"
+
+#include <gmock/gmock.h>
+
+#include <optional>
+#include <thread>
+
+#include "platform/host/csc_logging/CapturedLog.h"
+#include "tests/doubles/PlannedPoll.h"
+#include "tests/support/Deadline.h"
+#include "tests/support/DescriptorLimit.h"
+#include "tests/support/Interruptions.h"
+#include "tests/support/ProcessUse.h"
+#include "tests/support/UnixPeer.h"
+
+namespace ssoa_socket {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Le;
+using tests::PlannedPoll;
+
+class CloseHelper : public ::testing::Test {
+ protected:
+  CloseHelper() { PlannedPoll::OfThread() = PlannedPoll(); }
+  ~CloseHelper() override { PlannedPoll::OfThread() = PlannedPoll(); }
+
+  const tests::ConnectedPair pair = tests::MakeConnectedPair();
+  const SocketCloseHelper helper{pair.ours.Get(), "Name: "};
+  platform_host::CapturedLog log;
+};
+
+TEST_F(CloseHelper, SocketReadable_One) {
+  ASSERT_TRUE(tests::SendAll(pair.theirs.Get(), "x"));
+  EXPECT_EQ(helper.Poll(-1), 1);
+  EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(CloseHelper, Silence_ZeroAfterTheTimeout) {
+  EXPECT_EQ(helper.Poll(1), 0);
+  EXPECT_EQ(helper.Poll(0), 0);
+  EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(CloseHelper, Closed_EveryPollEndsWithItsLine) {
+  helper.SocketClosed();
+  EXPECT_EQ(helper.Poll(-1), -1);
+  EXPECT_EQ(helper.Poll(-1), -1);
+  EXPECT_THAT(log.Lines(), ElementsAre("verbose: Name: CLOSED_MSG in pipe => socket closed",
+                                       "verbose: Name: CLOSED_MSG in pipe => socket closed"));
+}
+
+TEST_F(CloseHelper, ClosedAndReadable_ClosedWins) {
+  ASSERT_TRUE(tests::SendAll(pair.theirs.Get(), "x"));
+  helper.SocketClosed();
+  EXPECT_EQ(helper.Poll(-1), -1);
+}
+
+TEST_F(CloseHelper, ClosedMoreOftenThanAPipeHolds_NeverBlocks) {
+  const auto closeOften = [this] {
+    for (int i = 0; i < 70000; ++i) helper.SocketClosed();
+  };
+  // Nothing could release a write that blocks but its reader.
+  ASSERT_TRUE(tests::EndsInTime(closeOften, [] {}));
+  EXPECT_EQ(helper.Poll(-1), -1);
+}
+
+TEST_F(CloseHelper, ClosedByAnotherThread_EndsTheWaitsOfTwo) {
+  std::thread first([this] { EXPECT_EQ(helper.Poll(-1), -1); });
+  std::thread second([this] { EXPECT_EQ(helper.Poll(-1), -1); });
+  helper.SocketClosed();
+  first.join();
+  second.join();
+}
+
+TEST_F(CloseHelper, PollFails_ItsResult) {
+  const tests::DescriptorLimit limit(1);  // fewer than it waits on: EINVAL
+  EXPECT_EQ(helper.Poll(-1), -1);
+  EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(CloseHelper, Interrupted_WaitsForTheRestOfTheTime) {
+  PlannedPoll::OfThread().results = {-1, -1, 0};
+  EXPECT_EQ(helper.Poll(60000), 0);
+  EXPECT_THAT(PlannedPoll::OfThread().timeouts, ElementsAre(60000, Le(60000), Le(60000)));
+}
+
+TEST_F(CloseHelper, InterruptedWithoutLimit_WaitsOnWithoutLimit) {
+  PlannedPoll::OfThread().results = {-1, 0};
+  EXPECT_EQ(helper.Poll(-1), 0);
+  EXPECT_THAT(PlannedPoll::OfThread().timeouts, ElementsAre(-1, -1));
+}
+
+TEST_F(CloseHelper, InterruptedWithoutEnd_TheTimeoutHolds) {
+  int result = -1;
+  const auto wait = [&] {
+    const tests::Interruptions interruptions(::pthread_self());
+    result = helper.Poll(50);
+  };
+  EXPECT_TRUE(tests::EndsInTime(wait, [this] { helper.SocketClosed(); }));
+  EXPECT_EQ(result, 0);
+}
+
+TEST(CloseHelperWithoutPipe, EndOfTheSocket_EndsTheWait) {
+  const tests::ConnectedPair pair = tests::MakeConnectedPair();
+  std::optional<SocketCloseHelper> helper;
+  {
+    const tests::DescriptorLimit full(tests::DescriptorLimit::Used());
+    helper.emplace(pair.ours.Get(), "Name: ");
+  }
+  EXPECT_EQ(helper->Poll(0), 0);
+  helper->SocketClosed();
+  EXPECT_EQ(helper->Poll(0), 0);
+  ASSERT_EQ(::shutdown(pair.ours.Get(), SHUT_RDWR), 0);
+  EXPECT_EQ(helper->Poll(-1), 1);
+}
+
+TEST(CloseHelperLife, End_ItsPipeIsClosedTheSocketIsNot) {
+  const tests::ConnectedPair pair = tests::MakeConnectedPair();
+  const auto before = tests::OpenDescriptors();
+  {
+    const SocketCloseHelper helper(pair.ours.Get(), "Name: ");
+    EXPECT_EQ(tests::OpenDescriptors().size(), before.size() + 2);
+  }
+  EXPECT_EQ(tests::OpenDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace ssoa_socket
