@@ -28,6 +28,7 @@ bench runs in {directory}
   ocsp           {ocsp}
   mod-ocsp       {mod_ocsp}
   broker         127.0.0.1:{port}
+  alerts         {proxy}   (the TLS alert socket)
   container      {container}
 tell it more:    {program} tell {directory} --help
 """
@@ -61,6 +62,7 @@ def add_run(subcommands):
     run.add_argument("--signed-by", choices=["delegate", "issuer"], default="delegate", help="who signs OCSP answers")
     run.add_argument("--first-port", type=int, default=0, metavar="PORT", help="five ports from here on (default: free "
                      "ones)")
+    run.add_argument("--alerts", metavar="PATH", help="where the TLS alert socket is (default: in the directory)")
 
 
 def check_run(parser, options):
@@ -124,7 +126,8 @@ def run_bench(options):
 
 def summary(status):
     urls = {name.replace("-", "_"): endpoint["url"] for name, endpoint in status["endpoints"].items()}
-    return SUMMARY.format(**status, **urls, port=status["broker"]["port"], program=sys.argv[0])
+    return SUMMARY.format(**status, **urls, port=status["broker"]["port"],
+                          proxy=status["alerts"]["path"], program=sys.argv[0])
 
 
 def print_answer(answer, as_json):

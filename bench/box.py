@@ -9,6 +9,7 @@ import shutil
 import tempfile
 
 from bench import configuration, misbehaviours, schema
+from bench.alerts import AlertProxy
 from bench.backend import Backend, Download, Report
 from bench.broker import Broker
 from bench.endpoint import Endpoint
@@ -20,6 +21,7 @@ from bench.processes import BenchError
 from bench.responder import Responder
 
 TOKEN = "bench-token"
+ALERTS_NAME = "sockstlsalertifsocket"
 WAIT_S = 30
 
 
@@ -31,12 +33,13 @@ class Bench:
     https, mqtt_tls, mqtt_password, client_certificate: what the peers speak and ask for.
     chain_length: certificates of the signer's chain. signed_by: who signs OCSP answers, "delegate" or "issuer".
     first_port: five ports from there on, in place of free ones. streams: take the log.
+    alerts: the path of the TLS alert socket, in place of one in the directory.
 
     Operations may be called from any thread, those that start and stop processes from one at a time.
     """
 
     def __init__(self, directory=None, *, https=False, mqtt_tls=False, mqtt_password=False, client_certificate=False,
-                 chain_length=2, signed_by="delegate", first_port=0, streams=()):
+                 chain_length=2, signed_by="delegate", first_port=0, alerts=None, streams=()):
         self.https = https
         self.client_certificate = client_certificate
         self._temporary = directory is None
@@ -45,12 +48,13 @@ class Bench:
         self._chain_length = chain_length
         self._signed_by = signed_by
         self._first_port = first_port
+        self._alerts_path = pathlib.Path(alerts or self.directory / ALERTS_NAME).absolute()
         self._streams = streams
         self._stack = contextlib.ExitStack()
         self.backend = Backend(TOKEN)
         self.endpoints = {}
         self.responders = {}
-        self.log = self.pki = self.broker = None
+        self.log = self.pki = self.broker = self.alerts = None
 
     def __enter__(self):
         with contextlib.ExitStack() as stack:
@@ -178,6 +182,7 @@ class Bench:
             "endpoints": {name: self._endpoint_status(name) for name in ENDPOINTS},
             "requests": len(self.requests()),
             "reports": len(self.reports()),
+            "alerts": self.alerts.status(),
         }
 
     def _endpoint_status(self, name):
@@ -215,6 +220,7 @@ class Bench:
         self.broker = Broker(self.pki, self.directory, self.log, port=self._port(4), **self._mqtt)
         stack.callback(self.broker.close)
         self.broker.start()
+        self._start_proxy(stack)
         self.new_container()
         configuration.write(self)
 
@@ -247,6 +253,11 @@ class Bench:
             stack.callback(responder.stop)
             responder.start()
             self.responders[name] = responder
+
+    def _start_proxy(self, stack):
+        self.alerts = AlertProxy(self._alerts_path, self.log)
+        stack.callback(self.alerts.stop)
+        self.alerts.start()
 
     def _port(self, number):
         return self._first_port + number if self._first_port else 0

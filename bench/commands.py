@@ -1,12 +1,16 @@
 """What a running bench can be told: the command line of `bench.py tell`, and what each command does."""
 
+import dataclasses
+import os
 import pathlib
 
-from bench import containers
+from bench import alerts, containers
 from bench.misbehaviour import ENDPOINTS
 from bench.processes import BenchError
 
 WAIT_S = 60
+# Commands that wait for units.
+WAITING = ("reports", "alert")
 # What a file is offered as when it holds no id.
 NAMELESS = "FILE"
 
@@ -27,6 +31,7 @@ def add_commands(parser):
 
     _add_containers(add)
     _add_trouble(add)
+    _add_alerts(add)
     _add_questions(add)
     add("stop", "end the bench")
 
@@ -62,12 +67,31 @@ def _add_trouble(add):
     command.add_argument("--signed-by", choices=["delegate", "issuer"], help="who signs from now on")
 
 
+def _add_alerts(add):
+    command = add("alert", "tell the units that listen of a TLS alert")
+    command.add_argument("code", type=int, help="its description, 0 to 255: 46 certificate_unknown, 48 unknown_ca ...")
+    command.add_argument("operation", nargs="?", default="", help="the operation's id (default: empty)")
+    command.add_argument("--type", type=int, default=alerts.ALERT, metavar="N", help="the message's type byte "
+                         f"(default {alerts.ALERT}: units know no other)")
+    command.add_argument("--cut", type=int, metavar="N", help="close the connections behind the first N bytes")
+    command.add_argument("--pieces", type=int, metavar="N",
+                         help="N bytes at a time, each when the ones before were read")
+    command.add_argument("--flood", type=int, default=1, metavar="N", help="N times, as fast as it goes")
+    command.add_argument("--timeout", type=float, default=alerts.WAIT_S, metavar="S",
+                         help=f"wait so long for a unit that listens (default {alerts.WAIT_S})")
+    command = add("proxy", "what becomes of the alert socket; every connection ends")
+    command.add_argument("mode", choices=alerts.MODES, help="listen: anew; close-at-once: connections as they come; "
+                         "full: nobody gets in; refuse: nobody listens; absent: no socket")
+    command.add_argument("--times", type=int, default=1, help="close-at-once: so many (default 1), then listen")
+
+
 def _add_questions(add):
     command = add("reports", "show the status reports of units")
     command.add_argument("--wait", type=int, default=0, metavar="N", help="wait until there are N")
     command.add_argument("--timeout", type=float, default=WAIT_S, metavar="S", help=f"for so long (default {WAIT_S})")
     add("requests", "show the download requests of units; the status of one that was served badly is the one that "
         "was due")
+    add("listeners", "show the connections to the alert socket")
     add("status", "show addresses, processes, certificates and misbehaviours")
 
 
@@ -163,11 +187,26 @@ def _requests(bench, _):
     return [record.as_json() for record in bench.requests()]
 
 
+def _alert(bench, told):
+    how = {"kind": told["type"], "cut": told["cut"], "pieces": told["pieces"], "times": told["flood"]}
+    return {"taken": bench.alerts.alert(told["code"], os.fsencode(told["operation"]), seconds=told["timeout"], **how)}
+
+
+def _proxy(bench, told):
+    bench.alerts.be(told["mode"], told["times"])
+    return bench.alerts.status()
+
+
+def _listeners(bench, _):
+    return [dataclasses.asdict(record) for record in bench.alerts.records()]
+
+
 def _status(bench, _):
     return bench.status()
 
 
 _COMMANDS = {"container": _container, "job": _job, "misbehave": _misbehave, "behave": _behave, "broker": _broker,
              "responder": _responder, "token": _token, "reports": _reports, "requests": _requests, "status": _status,
+             "alert": _alert, "proxy": _proxy, "listeners": _listeners,
              "stop": lambda bench, _: {},
              **{operation: _set_state(operation) for operation in ("revoke", "unrevoke", "forget")}}

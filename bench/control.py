@@ -65,7 +65,7 @@ class Control:
 
     def _answer(self, told):
         try:
-            if told.get("command") == "reports":
+            if told.get("command") in commands.WAITING:
                 return {"answer": commands.run(self._bench, told)}
             with self._one_at_a_time:
                 return {"answer": commands.run(self._bench, told)}

@@ -17,20 +17,31 @@ def _short(path):
         os.close(folder)
 
 
-def listen(path):
-    """A listening socket at `path`, in place of one that is left there."""
+def bind(path):
+    """A socket at `path`, in place of one that is left there. Nobody gets in before it listens."""
     path = pathlib.Path(path)
     path.unlink(missing_ok=True)
-    listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-    with _short(path) as address:
-        listener.bind(address)
-    path.chmod(0o600)
-    listener.listen()
+    bound = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    try:
+        with _short(path) as address:
+            bound.bind(address)
+        path.chmod(0o600)
+    except OSError:
+        bound.close()
+        raise
+    return bound
+
+
+def listen(path, backlog=128):
+    """A listening socket at `path`, in place of one that is left there."""
+    listener = bind(path)
+    listener.listen(backlog)
     return listener
 
 
 def connect(path, seconds):
-    """A connection to `path` with a time limit on every operation. Raises OSError."""
+    """A connection to `path` with a time limit on every operation. Raises OSError; with 0 seconds BlockingIOError when
+    the listener's queue is full."""
     connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
     connection.settimeout(seconds)
     try:
@@ -40,3 +51,14 @@ def connect(path, seconds):
         connection.close()
         raise
     return connection
+
+
+def served(path):
+    """Whether a process listens at `path`."""
+    try:
+        connect(path, 0).close()
+    except BlockingIOError:
+        return True
+    except OSError:
+        return False
+    return True
