@@ -7,19 +7,17 @@ it) and the rest of the machine is read only. Works as root or not, and any numb
 import copy
 import os
 import pathlib
-import re
 import shutil
 import subprocess
 import urllib.parse
-from dataclasses import dataclass
+
+from running import DEADLINE_S, Result, Running
 
 PROGRAM = "truststore-update-client"
 RUN_DIR = pathlib.PurePosixPath("run/csc/config/truststore-update-client")
 STATE_DIR = pathlib.PurePosixPath("var/lib/truststore-update-client")
-DEADLINE_S = 60
 # What a program needs of /etc to load, to tell the time and to resolve names.
 ETC = ("group", "hosts", "ld.so.cache", "localtime", "nsswitch.conf", "passwd", "protocols", "services")
-LOG_LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z (?P<level>[a-z]+) (?P<application>\S+) (?P<text>.*)")
 
 DEFAULT_SWITCHES = """\
 ; Please Do not put an empty line, Do not put space between values. Option -m used only for 'no-check-xxx' flags.
@@ -40,18 +38,12 @@ no-check-all                = false     ; disable all before-mentioned checks
 ;            """
 
 
-@dataclass
-class Result:
-    """What one run of the daemon left behind."""
-
-    returncode: int
-    stdout: str
-    stderr: str
-
-    def log(self):
-        """Its log: ["info: text", ...]. A line that is no log line stands as it is."""
-        return [f"{match['level']}: {match['text']}" if (match := LOG_LINE.fullmatch(line)) else line
-                for line in self.stderr.splitlines()]
+def _environment(further):
+    environment = {**os.environ, "TZ": "UTC", **(further or {})}
+    for name in ("TSUC_HOST_CONFIG", "NOTIFY_SOCKET", "JOURNAL_STREAM"):
+        if name not in (further or {}):
+            environment.pop(name, None)
+    return environment
 
 
 class Unit:
@@ -60,6 +52,7 @@ class Unit:
     def __init__(self, root, build_dir):
         self.root = pathlib.Path(root)
         self.build_dir = pathlib.Path(build_dir)
+        self._started = []
         for folder in ("etc", "tmp", STATE_DIR / "trust-store" / "factory", STATE_DIR / "persistency", RUN_DIR):
             (self.root / folder).mkdir(parents=True)
         for name in ETC:
@@ -81,6 +74,7 @@ class Unit:
         shutil.copytree(self.root, root, symlinks=True)
         copied = copy.copy(self)
         copied.root = pathlib.Path(root)
+        copied._started = []
         return copied
 
     def command(self, *program, options=()):
@@ -92,16 +86,25 @@ class Unit:
                 "--bind", str(self.build_dir), str(self.build_dir), "--die-with-parent", "--new-session",
                 "--chdir", "/", *options, *program]
 
-    def run(self, *arguments, env=None, within=(), options=()):
-        """Runs the daemon to its end, `within` a command that runs another. The unit's time zone is UTC."""
-        command = self.command(*within, str(self.build_dir / "bin" / PROGRAM), *arguments, options=options)
-        environment = {**os.environ, "TZ": "UTC", **(env or {})}
-        for name in ("TSUC_HOST_CONFIG", "NOTIFY_SOCKET", "JOURNAL_STREAM"):
-            if name not in (env or {}):
-                environment.pop(name, None)
-        done = subprocess.run(command, env=environment, stdin=subprocess.DEVNULL, capture_output=True, check=False,
+    def run(self, *arguments, program=PROGRAM, env=None, within=(), options=()):
+        """Runs the daemon, or another `program`, to its end, `within` a command that runs another. The unit's time zone
+        is UTC."""
+        command = self.command(*within, str(self.build_dir / "bin" / program), *arguments, options=options)
+        done = subprocess.run(command, env=_environment(env), stdin=subprocess.DEVNULL, capture_output=True, check=False,
                               timeout=DEADLINE_S)
         return Result(done.returncode, done.stdout.decode(), done.stderr.decode())
+
+    def start(self, program, *arguments, env=None, options=()):
+        """Starts a program, which works until its Running or this unit is closed."""
+        def bwrap(*further):
+            return self.command(str(self.build_dir / "bin" / program), *arguments, options=(*options, *further))
+        self._started.append(Running(bwrap, _environment(env)))
+        return self._started[-1]
+
+    def close(self):
+        """Ends what was started and still runs."""
+        for each in self._started:
+            each.close()
 
     def install(self, container, *arguments, **how):
         """Gives the daemon a container's text with -f; `how` is for run."""

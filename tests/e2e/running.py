@@ -1,0 +1,92 @@
+"""A program at work inside a unit."""
+
+import json
+import os
+import re
+import signal
+import subprocess
+import threading
+from dataclasses import dataclass
+
+DEADLINE_S = 60
+LOG_LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z (?P<level>[a-z]+) (?P<application>\S+) (?P<text>.*)")
+
+
+def in_short(lines):
+    """A log without times: ["info: text", ...]. A line that is no log line stands as it is."""
+    return [f"{match['level']}: {match['text']}" if (match := LOG_LINE.fullmatch(line)) else line for line in lines]
+
+
+@dataclass
+class Result:
+    """What one run of a program left behind."""
+
+    returncode: int
+    stdout: str
+    stderr: str
+
+    def log(self):
+        return in_short(self.stderr.splitlines())
+
+
+class Running:
+    """A program, from its start to `end`. `bwrap`: the command that starts it, given further options of bwrap."""
+
+    def __init__(self, bwrap, environment):
+        reading, writing = os.pipe()
+        with open(reading, encoding="ascii") as told:
+            try:
+                self._process = subprocess.Popen(bwrap("--info-fd", str(writing)), env=environment, pass_fds=[writing],
+                                                 stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                                 stderr=subprocess.PIPE)
+            finally:
+                os.close(writing)
+            self.pid = json.load(told)["child-pid"]
+        self._changed = threading.Condition()
+        self._lines = []
+        self._reader = threading.Thread(target=self._read, daemon=True)
+        self._reader.start()
+
+    def _read(self):
+        for line in self._process.stderr:
+            with self._changed:
+                self._lines.append(line.decode().removesuffix("\n"))
+                self._changed.notify_all()
+
+    def lines(self):
+        """Its standard error so far."""
+        with self._changed:
+            return list(self._lines)
+
+    def log(self):
+        return in_short(self.lines())
+
+    def wait_until(self, holds):
+        """Waits until holds(log)."""
+        with self._changed:
+            assert self._changed.wait_for(lambda: holds(in_short(self._lines)), DEADLINE_S), self._lines
+
+    def wait_for(self, text, count=1):
+        """Waits until the log has a line `count` times."""
+        self.wait_until(lambda log: log.count(text) >= count)
+
+    def send_signal(self, number):
+        os.kill(self.pid, number)
+
+    def wait(self):
+        """Waits for its end. Returns its exit code, 128 and more for a signal, and all of its log."""
+        code = self._process.wait(DEADLINE_S)
+        self._reader.join(DEADLINE_S)
+        return code, self.log()
+
+    def end(self, number=signal.SIGTERM):
+        """Ends it with a signal, then as wait."""
+        self.send_signal(number)
+        return self.wait()
+
+    def close(self):
+        """Leaves nothing of it, whatever it does."""
+        self._process.kill()
+        self._process.wait()
+        self._reader.join(DEADLINE_S)
+        self._process.stderr.close()
