@@ -2,18 +2,46 @@
 
 #include <systemd/sd-daemon.h>
 
+#include <atomic>
+#include <memory>
 #include <new>
 #include <string>
 
 #include "csc_logging/CSCLogging.h"
 #include "platform/host/config/Result.h"
+#include "platform/host/control/ControlBoard.h"
 
 namespace ara::exec {
 namespace {
 
+using platform_host::ControlBoard;
+
+/// What this process has reported last, for the control socket. Never destroyed: threads may report
+/// until the very end. Any thread.
+class LastReport {
+ public:
+  /// Throws std::bad_alloc.
+  static LastReport& OfProcess() {
+    static auto* const report = new LastReport;
+    return *report;
+  }
+
+  /// `name` is a literal.
+  void Set(const char* name) { state = name; }
+
+ private:
+  std::atomic<const char*> state{"none"};
+  const std::unique_ptr<ControlBoard::Offer> offer =
+      ControlBoard::OfProcess().OfferStatus("application", [this] {
+        return nlohmann::json{{"state", state.load()}};
+      });
+};
+
 /// Returns whether the report was delivered, or nobody is there to hear it.
-bool Report(const char* notification, const std::string& name) {
+bool Report(const char* notification, const char* state) {
   using csc_logging::CSCLogging;
+  const std::string name = state;
+  LastReport::OfProcess().Set(state);
   CSCLogging::LogDebug("libara_exec: application state " + name);
   // Without a service manager (NOTIFY_SOCKET is not set) there is nobody to tell: result 0.
   const int result = ::sd_notify(0, notification);

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/host/control/ControlBoard.h"
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "support/UniqueFd.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -39,6 +40,15 @@ class ApplicationReport : public ::testing::Test {
     return count < 0 ? "none" : std::string(bytes.data(), static_cast<std::size_t>(count));
   }
 
+  /// What the control socket answers to "status".
+  [[nodiscard]] static std::string Shown() {
+    std::string shown;
+    platform_host::ControlBoard::OfProcess().Serve(
+        R"({"command": "status"})",
+        platform_host::ControlReply([&shown](const std::string& line) { shown = line; }));
+    return shown;
+  }
+
   const tests::TemporaryDirectory directory;
   const std::string path = directory.Path() + "/notify";
   const support::UniqueFd manager{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
@@ -66,6 +76,20 @@ TEST_F(ApplicationReport, ReportedAgain_ToldAgain) {
   EXPECT_TRUE(ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
   EXPECT_EQ(Received(), "READY=1");
   EXPECT_EQ(Received(), "READY=1");
+}
+
+TEST_F(ApplicationReport, LastReport_ShownOnBoard) {
+  EXPECT_TRUE(ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
+  EXPECT_EQ(Shown(), R"({"ok":true,"status":{"application":{"state":"running"}}})");
+  EXPECT_TRUE(ApplicationClient().ReportApplicationState(ApplicationState::kTerminating));
+  EXPECT_EQ(Shown(), R"({"ok":true,"status":{"application":{"state":"terminating"}}})");
+}
+
+TEST_F(ApplicationReport, NotDelivered_StillShownOnBoard) {
+  EXPECT_TRUE(ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
+  ::setenv("NOTIFY_SOCKET", path.c_str(), 1);
+  EXPECT_FALSE(ApplicationClient().ReportApplicationState(ApplicationState::kTerminating));
+  EXPECT_EQ(Shown(), R"({"ok":true,"status":{"application":{"state":"terminating"}}})");
 }
 
 TEST_F(ApplicationReport, NoServiceManager_OnlyDebugLine) {
