@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "platform/host/control/ControlBoard.h"
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "tests/integration/BrokerUnit.h"
 #include "tests/support/Files.h"
@@ -31,6 +32,16 @@ class Broker : public ::testing::Test {
   }
 
   [[nodiscard]] std::string Peer() const { return "127.0.0.1:" + std::to_string(broker.Port()); }
+
+  /// What the control socket shows of the broker.
+  [[nodiscard]] static std::string Shown() {
+    using platform_host::ControlBoard;
+    std::string answer;
+    ControlBoard::OfProcess().Serve(
+        R"({"command": "status"})",
+        platform_host::ControlReply([&answer](const std::string& line) { answer = line; }));
+    return nlohmann::json::parse(answer)["status"]["broker"].dump();
+  }
 
   const platform_host::CapturedLog log;
   tests::MosquittoBroker broker;
@@ -101,6 +112,17 @@ TEST_F(Broker, KilledAndRestarted_LossAndReturnToldAndResubscribed) {
   EXPECT_THAT(
       log.Lines(LogLevel::kInfo),
       ElementsAre(Connected(), NoConnection("the broker closed the connection"), Connected()));
+}
+
+TEST_F(Broker, ControlSocketAsked_BrokerAndTopicsShown) {
+  broker.Start();
+  BrokerUnit unit(broker.Port());
+  unit.ConnectAndSubscribe();
+  const std::string topics = R"("topics":[{"state":"subscribed","topic":"job"}])";
+  EXPECT_EQ(Shown(), R"({"address":")" + Peer() + R"(","connected":true,)" + topics + "}");
+  broker.Stop();
+  const std::string lost = R"({"address":")" + Peer() + R"(","connected":false,)" + topics + "}";
+  EXPECT_TRUE(tests::Eventually([&] { return Shown() == lost; })) << Shown();
 }
 
 TEST_F(Broker, NobodyThere_OneLineAndSubscriptionWaits) {

@@ -17,17 +17,12 @@ std::chrono::seconds AttentionFor(std::chrono::seconds keepAlive) {
   return std::clamp(keepAlive / 4, std::chrono::seconds(1), std::chrono::seconds(15));
 }
 
-std::string PeerText(const BrokerConfig& broker) {
-  const bool isIpv6 = broker.host.find(':') != std::string::npos;
-  return (isIpv6 ? "[" + broker.host + "]" : broker.host) + ":" + std::to_string(broker.port);
-}
-
 }  // namespace
 
 BrokerSession::BrokerSession(const BrokerConfig& broker, std::unique_ptr<MqttClientIf> mqttClient,
                              Parties listeners, std::function<double()> randomFraction,
                              std::function<TimePoint()> now)
-    : peer(PeerText(broker)),
+    : peer(AddressOf(broker)),
       attention(AttentionFor(broker.keepAlive)),
       client(std::move(mqttClient)),
       parties(std::move(listeners)),
@@ -53,6 +48,11 @@ void BrokerSession::Fail(const std::string& reason, TimePoint now) {
 
 void BrokerSession::End() {
   client->Close();
+}
+
+std::string BrokerSession::AddressOf(const BrokerConfig& broker) {
+  const bool isIpv6 = broker.host.find(':') != std::string::npos;
+  return (isIpv6 ? "[" + broker.host + "]" : broker.host) + ":" + std::to_string(broker.port);
 }
 
 void BrokerSession::Connect() {

@@ -64,6 +64,9 @@ class BrokerSession : private MqttListenerIf {
   /// Ends the connection for good.
   void End();
 
+  /// The broker for logs and people: HOST:PORT, an IPv6 address in brackets.
+  [[nodiscard]] static std::string AddressOf(const platform_host::BrokerConfig& broker);
+
  private:
   enum class State { kPausing, kConnecting, kConnected, kRejected };
 

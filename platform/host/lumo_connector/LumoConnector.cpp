@@ -11,6 +11,7 @@
 #include "platform/host/config/HostConfig.h"
 #include "platform/host/lumo_connector/BrokerThread.h"
 #include "platform/host/lumo_connector/CallbackThread.h"
+#include "platform/host/lumo_connector/ConnectorControl.h"
 #include "platform/host/lumo_connector/ConnectorLog.h"
 #include "platform/host/lumo_connector/Exchanges.h"
 #include "platform/host/lumo_connector/MosquittoClient.h"
@@ -47,7 +48,12 @@ double RandomFraction() {
 class LumoConnector::Impl : public CallbackSource {
  public:
   explicit Impl(LumoSessionCallbackIf* sessionCallback)
-      : callback(sessionCallback), states(callbacks), events(callbacks), requests(events) {
+      : callback(sessionCallback),
+        states(callbacks),
+        events(callbacks),
+        requests(events),
+        control(platform_host::ControlBoard::OfProcess(),
+                {states, requests, [this] { return Status(); }, [this] { return Broker(); }}) {
     callbacks.Begin({this, &states, &events});
   }
 
@@ -98,6 +104,13 @@ class LumoConnector::Impl : public CallbackSource {
   [[nodiscard]] const HostConfig* Config() const EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
     return config;
+  }
+
+  /// The broker of the present session; empty without one.
+  [[nodiscard]] std::string Broker() const EXCLUDES(mutex) {
+    const HostConfig* const present = Config();
+    if (present == nullptr || !present->broker) return "";
+    return BrokerSession::AddressOf(*present->broker);
   }
 
   [[nodiscard]] LumoSocketResult Connect(const std::string& operationTypeId,
@@ -234,6 +247,7 @@ class LumoConnector::Impl : public CallbackSource {
   TopicRequests requests;
   BrokerThread broker;
   platform_host::Exchanges exchanges;
+  const ConnectorControl control;  ///< nobody asks any more when the others end
 };
 
 LumoConnector::LumoConnector(LumoSessionCallbackIf* callback)

@@ -18,6 +18,7 @@ LumoPubSubResult TopicRequests::Subscribe(const std::string& topic) {
   const support::MutexLock lock(mutex);
   if (!IsTaking()) return {kNoSession, 0};
   if (IsFull(waitingAnswers)) return {kRefused, 0};
+  Note(topic, TopicState::kWaiting);
   const std::uint16_t id = NextId();
   const auto same = std::find_if(subscriptions.begin(), subscriptions.end(),
                                  [&](const Subscription& other) { return other.topic == topic; });
@@ -54,6 +55,16 @@ void TopicRequests::End() {
 bool TopicRequests::HasSession() {
   const support::MutexLock lock(mutex);
   return IsTaking();
+}
+
+bool TopicRequests::IsConnected() const {
+  const support::MutexLock lock(mutex);
+  return isConnected;
+}
+
+std::map<std::string, TopicRequests::TopicState> TopicRequests::Topics() const {
+  const support::MutexLock lock(mutex);
+  return topics;
 }
 
 void TopicRequests::Connected() {
@@ -143,6 +154,10 @@ void TopicRequests::PublicationsForgotten() {
 
 void TopicRequests::Answer(const Subscription& subscription, std::int32_t status) {
   Release(subscription.requestIds.size());
+  {
+    const support::MutexLock lock(mutex);
+    Note(subscription.topic, status == kGranted ? TopicState::kSubscribed : TopicState::kRefused);
+  }
   for (const std::uint16_t id : subscription.requestIds) {
     events.SubscribeAnswered(subscription.topic, status, id);
   }
@@ -162,6 +177,15 @@ void TopicRequests::Release(std::size_t count) {
 
 bool TopicRequests::IsFull(std::size_t waitingAnswers) const {
   return unanswered + waitingAnswers >= kLimit;
+}
+
+void TopicRequests::Note(const std::string& topic, TopicState state) {
+  const auto found = topics.find(topic);
+  if (found != topics.end()) {
+    found->second = state;
+  } else if (topics.size() < kTopicLimit) {
+    topics.emplace(topic, state);
+  }
 }
 
 std::uint16_t TopicRequests::NextId() {

@@ -30,15 +30,26 @@ class TopicRequests {
   static constexpr std::int32_t kQueued = 3;
   static constexpr std::int32_t kRefused = 4;
 
+  /// Topics whose states are kept for whoever asks; of more, the last ones are not.
+  static constexpr std::size_t kTopicLimit = 64;
+
+  /// What has become of the last request for a topic.
+  enum class TopicState {
+    kWaiting,  ///< no answer of the broker yet, or none before the connection was lost
+    kSubscribed,
+    kRefused,
+  };
+
   /// No session yet. `topicEvents` outlives this object.
   explicit TopicRequests(TopicEvents& topicEvents) : events(topicEvents) {}
 
   /// Returns kSent with a connection, otherwise kQueued; kNoSession outside of a session; kRefused
-  /// above kLimit. Throws std::bad_alloc, and then nothing has changed.
+  /// above kLimit. Throws std::bad_alloc, and then nothing has changed but what Topics tells.
   [[nodiscard]] LumoPubSubResult Subscribe(const std::string& topic) EXCLUDES(mutex);
 
   /// Returns kSent, with or without a connection; kNoSession outside of a session; kRefused above
-  /// kLimit and for a payload above TopicEvents::kPayloadLimit. Throws as Subscribe does.
+  /// kLimit and for a payload above TopicEvents::kPayloadLimit. Throws std::bad_alloc, and then
+  /// nothing has changed.
   [[nodiscard]] std::int32_t Publish(const std::string& topic,
                                      const std::vector<std::uint8_t>& payload) EXCLUDES(mutex);
 
@@ -50,6 +61,12 @@ class TopicRequests {
 
   /// Whether requests are taken.
   [[nodiscard]] bool HasSession() EXCLUDES(mutex);
+
+  /// Whether there is a connection.
+  [[nodiscard]] bool IsConnected() const EXCLUDES(mutex);
+
+  /// Every topic that was asked for. Throws std::bad_alloc.
+  [[nodiscard]] std::map<std::string, TopicState> Topics() const EXCLUDES(mutex);
 
   /// There is a connection. What the last one left without answer is told as failed.
   void Connected() EXCLUDES(mutex);
@@ -84,6 +101,9 @@ class TopicRequests {
 
   [[nodiscard]] bool IsFull(std::size_t waitingAnswers) const REQUIRES(mutex);
 
+  /// Keeps the state of `topic`, as far as there is room for it. Throws std::bad_alloc.
+  void Note(const std::string& topic, TopicState state) REQUIRES(mutex);
+
   /// From 1 to 65535, then again.
   [[nodiscard]] std::uint16_t NextId() REQUIRES(mutex);
 
@@ -104,7 +124,7 @@ class TopicRequests {
   std::map<int, Publication> sentPublications;
   std::deque<Subscription> lostSubscriptions;  ///< sent, and the connection lost before the answer
 
-  support::Mutex mutex;
+  mutable support::Mutex mutex;
   bool hasBegun GUARDED_BY(mutex) = false;
   bool hasEnded GUARDED_BY(mutex) = false;
   bool isConnected GUARDED_BY(mutex) = false;
@@ -112,6 +132,7 @@ class TopicRequests {
   std::uint16_t lastId GUARDED_BY(mutex) = 0;
   std::deque<Subscription> subscriptions GUARDED_BY(mutex);  ///< not sent yet
   std::deque<Publication> publications GUARDED_BY(mutex);
+  std::map<std::string, TopicState> topics GUARDED_BY(mutex);
 };
 
 }  // namespace lumo_connector

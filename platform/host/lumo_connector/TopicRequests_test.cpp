@@ -176,5 +176,46 @@ TEST_F(Requests, Ids_NeverZero) {
   EXPECT_EQ(last, 1);
 }
 
+TEST_F(Requests, Topics_StateOfLastRequest) {
+  using TopicState = TopicRequests::TopicState;
+  requests.Connected();
+  EXPECT_EQ(requests.Subscribe("a").status, TopicRequests::kSent);
+  EXPECT_EQ(requests.Topics().at("a"), TopicState::kWaiting);
+  requests.SendTo(client);
+  requests.SubscribeAnswered(1, true);
+  EXPECT_EQ(requests.Topics().at("a"), TopicState::kSubscribed);
+  EXPECT_EQ(requests.Subscribe("a").status, TopicRequests::kSent);
+  EXPECT_EQ(requests.Topics().at("a"), TopicState::kWaiting);
+  requests.SendTo(client);
+  requests.SubscribeAnswered(2, false);
+  EXPECT_EQ(requests.Topics().at("a"), TopicState::kRefused);
+}
+
+TEST_F(Requests, TopicsWithoutRequest_None) {
+  EXPECT_EQ(requests.Publish("t", {}), TopicRequests::kSent);
+  EXPECT_THAT(requests.Topics(), IsEmpty());
+}
+
+TEST_F(Requests, TopicsAtLimit_ShownAndOneMoreOnlyAnswered) {
+  for (std::size_t count = 0; count <= TopicRequests::kTopicLimit; ++count) {
+    EXPECT_EQ(requests.Subscribe(std::to_string(count)).status, TopicRequests::kQueued);
+  }
+  EXPECT_EQ(requests.Topics().size(), TopicRequests::kTopicLimit);
+  EXPECT_EQ(requests.Topics().count("64"), 0U);
+  requests.SendTo(client);
+  requests.SubscribeAnswered(65, true);
+  requests.SubscribeAnswered(1, true);
+  EXPECT_THAT(Heard(), ElementsAre("subscribed 64 0 65", "subscribed 0 0 1"));
+  EXPECT_EQ(requests.Topics().at("0"), TopicRequests::TopicState::kSubscribed);
+}
+
+TEST_F(Requests, IsConnected_FollowsConnection) {
+  EXPECT_FALSE(requests.IsConnected());
+  requests.Connected();
+  EXPECT_TRUE(requests.IsConnected());
+  requests.Lost();
+  EXPECT_FALSE(requests.IsConnected());
+}
+
 }  // namespace
 }  // namespace lumo_connector

@@ -11,7 +11,7 @@ std::uint32_t TransactionTypeStates::Subscribe(const std::string& transactionTyp
   {
     const support::MutexLock lock(mutex);
     subscriptions.push_back({transactionTypeId, callback});
-    subscriptions.back().Add(state);
+    subscriptions.back().Add(ShownState());
     number = static_cast<std::uint32_t>(subscriptions.size());
   }
   thread.Wake();
@@ -21,11 +21,39 @@ std::uint32_t TransactionTypeStates::Subscribe(const std::string& transactionTyp
 void TransactionTypeStates::Set(std::uint8_t newState) noexcept {
   {
     const support::MutexLock lock(mutex);
-    if (state == newState) return;
-    state = newState;
-    for (Subscription& subscription : subscriptions) subscription.Add(newState);
+    Change(newState, held);
   }
   thread.Wake();
+}
+
+void TransactionTypeStates::Hold(std::uint8_t heldState) noexcept {
+  {
+    const support::MutexLock lock(mutex);
+    Change(state, heldState);
+  }
+  thread.Wake();
+}
+
+void TransactionTypeStates::Follow() noexcept {
+  {
+    const support::MutexLock lock(mutex);
+    Change(state, std::nullopt);
+  }
+  thread.Wake();
+}
+
+TransactionTypeStates::Shown TransactionTypeStates::Present() const noexcept {
+  const support::MutexLock lock(mutex);
+  return {ShownState(), held.has_value()};
+}
+
+void TransactionTypeStates::Change(std::uint8_t newState,
+                                   std::optional<std::uint8_t> newHeld) noexcept {
+  const std::uint8_t former = ShownState();
+  state = newState;
+  held = newHeld;
+  if (ShownState() == former) return;
+  for (Subscription& subscription : subscriptions) subscription.Add(ShownState());
 }
 
 bool TransactionTypeStates::TellNext() {

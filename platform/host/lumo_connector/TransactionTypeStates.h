@@ -1,5 +1,6 @@
 /// Who wants to know the connection state of which transaction type, and what they have not heard
-/// yet. All transaction types have the same state, which the facade sets. Any thread.
+/// yet. All transaction types have the same state: the connection's, which the session sets, or one
+/// that somebody at the control socket holds instead. Any thread.
 #ifndef PLATFORM_HOST_LUMO_CONNECTOR_TRANSACTIONTYPESTATES_H
 #define PLATFORM_HOST_LUMO_CONNECTOR_TRANSACTIONTYPESTATES_H
 
@@ -7,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <optional>
 #include <string>
 
 #include "lumo_connector/LumoCallbacks.h"
@@ -33,8 +35,22 @@ class TransactionTypeStates : public CallbackSource {
   std::uint32_t Subscribe(const std::string& transactionTypeId,
                           LumoServiceControllerCallbackIf* callback) EXCLUDES(mutex);
 
-  /// Does nothing when the state is this one already.
+  /// The state that subscribers are told.
+  struct Shown {
+    std::uint8_t state;
+    bool isHeld;
+  };
+
+  /// The connection's state is `newState` from now on. Nobody is told while a state is held.
   void Set(std::uint8_t newState) noexcept EXCLUDES(mutex);
+
+  /// Everybody is told `heldState`, whatever the connection does, until Follow.
+  void Hold(std::uint8_t heldState) noexcept EXCLUDES(mutex);
+
+  /// The connection's state shows again.
+  void Follow() noexcept EXCLUDES(mutex);
+
+  [[nodiscard]] Shown Present() const noexcept EXCLUDES(mutex);
 
   bool TellNext() override EXCLUDES(mutex);
 
@@ -52,10 +68,19 @@ class TransactionTypeStates : public CallbackSource {
   /// The next subscription with something to hear; null when there is none. It stays where it is.
   [[nodiscard]] Subscription* FindWaiting() REQUIRES(mutex);
 
+  /// The connection's state and the held one, if any, are these from now on; who subscribed hears
+  /// of it if that changes what shows.
+  void Change(std::uint8_t newState, std::optional<std::uint8_t> newHeld) noexcept REQUIRES(mutex);
+
+  [[nodiscard]] std::uint8_t ShownState() const noexcept REQUIRES(mutex) {
+    return held.value_or(state);
+  }
+
   CallbackThread& thread;
 
-  support::Mutex mutex;
-  std::uint8_t state GUARDED_BY(mutex) = kNoConnection;
+  mutable support::Mutex mutex;
+  std::uint8_t state GUARDED_BY(mutex) = kNoConnection;  ///< the connection's
+  std::optional<std::uint8_t> held GUARDED_BY(mutex);
   std::list<Subscription> subscriptions GUARDED_BY(mutex);
 };
 

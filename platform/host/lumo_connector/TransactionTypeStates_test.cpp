@@ -56,6 +56,60 @@ TEST_F(States, TwoSubscriptions_NumbersDifferAndBothHear) {
   EXPECT_THAT(other.heard.Texts(), ElementsAre("B 1", "B 2"));
 }
 
+TEST_F(States, Held_ToldToEverybodyInPlaceOfConnection) {
+  EXPECT_NE(states.Subscribe("A", &listener), 0U);
+  states.Hold(4);
+  EXPECT_NE(states.Subscribe("B", &listener), 0U);
+  TellAll();
+  EXPECT_THAT(listener.heard.Texts(), ElementsAre("A 1", "A 4", "B 4"));
+}
+
+TEST_F(States, ConnectionChangesWhileHeld_NobodyToldUntilFollowed) {
+  EXPECT_NE(states.Subscribe("A", &listener), 0U);
+  states.Hold(1);
+  states.Set(2);
+  states.Set(1);
+  states.Set(2);
+  TellAll();
+  EXPECT_THAT(listener.heard.Texts(), ElementsAre("A 1"));
+  states.Follow();
+  TellAll();
+  EXPECT_THAT(listener.heard.Texts(), ElementsAre("A 1", "A 2"));
+  states.Set(1);
+  TellAll();
+  EXPECT_THAT(listener.heard.Texts(), ElementsAre("A 1", "A 2", "A 1"));
+}
+
+TEST_F(States, HeldAtOtherState_Told) {
+  EXPECT_NE(states.Subscribe("A", &listener), 0U);
+  states.Hold(3);
+  states.Hold(3);
+  states.Hold(4);
+  TellAll();
+  EXPECT_THAT(listener.heard.Texts(), ElementsAre("A 1", "A 3", "A 4"));
+}
+
+TEST_F(States, FollowedWithoutHold_NothingToTell) {
+  states.Set(2);
+  EXPECT_NE(states.Subscribe("A", &listener), 0U);
+  states.Follow();
+  TellAll();
+  EXPECT_THAT(listener.heard.Texts(), ElementsAre("A 2"));
+}
+
+TEST_F(States, Present_ShownStateAndWhetherHeld) {
+  states.Set(2);
+  EXPECT_EQ(states.Present().state, 2);
+  EXPECT_FALSE(states.Present().isHeld);
+  states.Hold(2);
+  EXPECT_TRUE(states.Present().isHeld);
+  states.Set(1);
+  EXPECT_EQ(states.Present().state, 2);
+  states.Follow();
+  EXPECT_EQ(states.Present().state, 1);
+  EXPECT_FALSE(states.Present().isHeld);
+}
+
 TEST_F(States, AsManyAsWait_AllTold) {
   EXPECT_NE(states.Subscribe("A", &listener), 0U);
   for (std::size_t round = 1; round < TransactionTypeStates::kWaitingLimit; ++round) {
