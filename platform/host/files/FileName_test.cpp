@@ -43,6 +43,7 @@ TEST(FileNameOf, EveryNameOfUpToTwoBytes_DistinctAndInsideDirectory) {
     EXPECT_TRUE(seen.insert(fileName).second) << fileName;
     EXPECT_EQ(fileName.find('/'), std::string::npos);
     EXPECT_NE(fileName.at(0), '.');
+    EXPECT_EQ(NameOfFile(fileName), name) << fileName;
     ++names;
   };
   for (int first = 0; first < 256; ++first) {
@@ -52,6 +53,26 @@ TEST(FileNameOf, EveryNameOfUpToTwoBytes_DistinctAndInsideDirectory) {
     }
   }
   EXPECT_EQ(seen.size(), names);
+}
+
+TEST(NameOfFile, EmptyName_FromPercentAlone) {
+  EXPECT_EQ(NameOfFile("%"), "");
+}
+
+TEST(NameOfFile, LongName_WholeNameBack) {
+  const std::string name = "../" + std::string(1000, '%') + "\xC3\xA4.pem";
+  EXPECT_EQ(NameOfFile(FileNameOf(name)), name);
+}
+
+TEST(NameOfFile, FilesOfNoName_None) {
+  const std::vector<std::string> fileNames = {
+      "",     "%%",   "%4",     "a%",       "a%2",
+      "%G0",  "%0G",  "%2f",    "%2",       "% 2F",
+      "%41",  "a%2E", ".a",     "..",       "a b",
+      "a/b",  "a:b",  "a~",     "\xC3\xA4", "a%2F%",
+      "%25%", "a%5F", "%2E%2E", "%+1",      std::string("a\0b", 3),
+  };
+  for (const auto& fileName : fileNames) EXPECT_EQ(NameOfFile(fileName), std::nullopt) << fileName;
 }
 
 }  // namespace
