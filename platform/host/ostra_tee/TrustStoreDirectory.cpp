@@ -11,6 +11,7 @@
 #include "csc_logging/CSCLogging.h"
 #include "platform/host/files/Directories.h"
 #include "platform/host/files/FileName.h"
+#include "platform/host/ostra_tee/BundleList.h"
 #include "support/FileContents.h"
 
 namespace platform_host {
@@ -24,13 +25,6 @@ void LogFailure(const Error& error) {
 
 std::string PathIn(const std::string& layer, const std::string& name) {
   return layer + "/" + FileNameOf(name) + ".pem";
-}
-
-/// Whether there is a whole certificate: of a file that was cut off, the end may be missing.
-bool HoldsCertificate(const std::string& pem) {
-  const auto begin = pem.find("-----BEGIN CERTIFICATE-----");
-  return begin != std::string::npos &&
-         pem.find("-----END CERTIFICATE-----", begin) != std::string::npos;
 }
 
 /// Whether a link leads from `path` to a place that is not ours to write to.
@@ -56,7 +50,7 @@ int TrustStoreDirectory::ReadCertificateBundle(const std::string& name, std::str
     return 1;
   }
   const bool isInstalled = ReadLayer(installed, name, pem);
-  if (isInstalled && HoldsCertificate(pem)) return 0;
+  if (isInstalled && CountCertificates(pem) > 0) return 0;
   std::string original;
   const bool isProvisioned = ReadLayer(factory, name, original);
   if (isProvisioned) pem.swap(original);

@@ -1,9 +1,12 @@
 #include "ostra/tee/TrustStoreUpdateAPI.h"
 
 #include <map>
+#include <stdexcept>
 
 #include "csc_logging/CSCLogging.h"
 #include "platform/host/config/HostConfig.h"
+#include "platform/host/control/ControlBoard.h"
+#include "platform/host/ostra_tee/BundleList.h"
 #include "platform/host/ostra_tee/TrustStoreDirectory.h"
 #include "platform/host/work_lock/WorkLock.h"
 #include "support/Mutex.h"
@@ -45,8 +48,23 @@ class ConfiguredTrustStore : public ostra::tee::TrustStoreUpdateAPI {
     return &stores.try_emplace(directory, directory, lock).first->second;
   }
 
+  /// What the control socket shows; a broken configuration is the part's error.
+  [[nodiscard]] static nlohmann::json Bundles() {
+    const auto& config = HostConfig::OfProcess();
+    if (!config.Ok()) throw std::runtime_error(config.Failure().Text());
+    nlohmann::json bundles = nlohmann::json::array();
+    for (const auto& bundle : ListedBundle::AllIn(config.Value().trustStoreDirectory)) {
+      bundles.push_back({{"name", bundle.name},
+                         {"from", bundle.isInstalled ? "installed" : "factory"},
+                         {"certificates", bundle.certificates}});
+    }
+    return bundles;
+  }
+
   support::Mutex mutex;
   std::map<std::string, TrustStoreDirectory> stores GUARDED_BY(mutex);  ///< one, but in tests
+  const std::unique_ptr<ControlBoard::Offer> offer =
+      ControlBoard::OfProcess().OfferStatus("bundles", Bundles);
 };
 
 }  // namespace

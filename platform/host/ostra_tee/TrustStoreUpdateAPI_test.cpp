@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "platform/host/config/HostConfig.h"
+#include "platform/host/control/ControlBoard.h"
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "support/FileContents.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -65,6 +66,34 @@ TEST_F(ConfiguredTrustStore, BrokenConfiguration_EachOperationFailsWithErrorLine
       "error: libtruststore: " + configPath + ":3: trust_store.mode: unknown key";
   EXPECT_THAT(log.Lines(), ElementsAre(line, line, line));
   EXPECT_FALSE(std::filesystem::exists(directory.Path() + "/store"));
+}
+
+/// What the control socket shows of the bundles.
+std::string Shown() {
+  std::string answer;
+  ControlBoard::OfProcess().Serve(
+      R"({"command": "status"})",
+      ControlReply([&answer](const std::string& line) { answer = line; }));
+  return nlohmann::json::parse(answer)["status"]["bundles"].dump();
+}
+
+TEST_F(ConfiguredTrustStore, Bundles_ShownOnBoard) {
+  Configure("[trust_store]\ndirectory = \"" + directory.Path() + "/store\"\n" +
+            "[persistency]\ndirectory = \"" + directory.Path() + "/records\"\n");
+  const auto store = TrustStoreUpdateAPI::get_instance();
+  EXPECT_EQ(Shown(), "[]");
+  EXPECT_EQ(store->InstallCertificateBundle("A", kPem + "-----END CERTIFICATE-----\n"), 0);
+  std::filesystem::create_directory(directory.Path() + "/store/factory");
+  ASSERT_EQ(support::ReplaceFile(directory.Path() + "/store/factory/B.pem", kPem, 0644), 0);
+  EXPECT_EQ(Shown(), R"([{"certificates":1,"from":"installed","name":"A"},)"
+                     R"({"certificates":0,"from":"factory","name":"B"}])");
+}
+
+TEST_F(ConfiguredTrustStore, BundlesOfBrokenConfiguration_ErrorShown) {
+  Configure("[trust_store]\nmode = 4\n");
+  ASSERT_NE(TrustStoreUpdateAPI::get_instance(), nullptr);
+  EXPECT_EQ(Shown(), R"({"error":")" + configPath + R"(:2: trust_store.mode: unknown key"})");
+  EXPECT_THAT(log.Lines(), IsEmpty());
 }
 
 }  // namespace
