@@ -1,0 +1,218 @@
+#include "platform/host/control/ControlLoop.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <array>
+#include <thread>
+
+#include "platform/host/csc_logging/CapturedLog.h"
+#include "support/FileContents.h"
+#include "tests/doubles/ChildProcess.h"
+#include "tests/support/ControlPeer.h"
+#include "tests/support/EventLog.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace platform_host {
+namespace {
+
+using nlohmann::json;
+using ::testing::ElementsAre;
+
+constexpr const char* kStatus = R"({"command":"status"})";
+
+/// A loop on a thread of its own that tells its number as status.
+class RunningLoop {
+ public:
+  RunningLoop(const std::string& path, int number)
+      : part(board.OfferStatus("number", [number] { return json(number); })), loop(path, board) {
+    const auto failure = loop.Open();
+    EXPECT_FALSE(failure) << failure->Text();
+    thread = std::thread([this] { loop.Run(); });
+  }
+  ~RunningLoop() {
+    loop.Stop();
+    thread.join();
+  }
+  RunningLoop(const RunningLoop&) = delete;
+  RunningLoop& operator=(const RunningLoop&) = delete;
+
+ private:
+  ControlBoard board;
+  const std::unique_ptr<ControlBoard::Offer> part;
+  ControlLoop loop;
+  std::thread thread;
+};
+
+std::string StatusOf(int number) {
+  return R"({"ok":true,"status":{"number":)" + std::to_string(number) + "}}";
+}
+
+/// A process that serves, or waits to, until it is killed or told to end.
+class ServingProcess {
+ public:
+  ServingProcess(const std::string& path, int number)
+      : process([&, this] { return Serve(path, number); }) {
+    char byte = 0;
+    EXPECT_EQ(::read(ready[0].Get(), &byte, 1), 1);
+  }
+
+  void Kill() { process.Kill(); }
+  [[nodiscard]] int End() {
+    end[1] = support::UniqueFd();
+    return process.Wait();
+  }
+
+ private:
+  using Pipe = std::array<support::UniqueFd, 2>;
+
+  static Pipe MakePipe() {
+    std::array<int, 2> ends{-1, -1};
+    EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    return {support::UniqueFd(ends[0]), support::UniqueFd(ends[1])};
+  }
+
+  /// Returns the exit code.
+  int Serve(const std::string& path, int number) {
+    end[1] = support::UniqueFd();
+    const RunningLoop running(path, number);
+    static_cast<void>(support::WriteAll(ready[1].Get(), "r"));
+    char byte = 0;
+    const bool isToldToEnd = ::read(end[0].Get(), &byte, 1) == 0;
+    return isToldToEnd && !::testing::Test::HasFailure() ? 0 : 1;
+  }
+
+  Pipe ready = MakePipe();
+  Pipe end = MakePipe();
+  tests::ChildProcess process;
+};
+
+class ControlLoopTest : public ::testing::Test {
+ protected:
+  /// Whether the process, or loop, of this number serves before the deadline.
+  [[nodiscard]] bool IsServedBy(int number) const {
+    return tests::Eventually(
+        [&] { return tests::ControlPeer(path).Ask(kStatus) == StatusOf(number); });
+  }
+
+  [[nodiscard]] std::string Ask() const { return tests::ControlPeer(path).Ask(kStatus); }
+
+  const tests::TemporaryDirectory directory;
+  const std::string path = directory.Path() + "/control.sock";
+  CapturedLog log;
+};
+
+TEST_F(ControlLoopTest, ProcessThatServesKilled_WaitingOneTakesOver) {
+  ServingProcess serving(path, 1);
+  const RunningLoop waiting(path, 2);
+  EXPECT_EQ(Ask(), StatusOf(1));
+  serving.Kill();
+  EXPECT_TRUE(IsServedBy(2));
+}
+
+TEST_F(ControlLoopTest, ProcessThatServesEnds_WaitingOneTakesOver) {
+  ServingProcess serving(path, 1);
+  const RunningLoop waiting(path, 2);
+  EXPECT_EQ(Ask(), StatusOf(1));
+  EXPECT_EQ(serving.End(), 0);
+  EXPECT_TRUE(IsServedBy(2));
+}
+
+TEST_F(ControlLoopTest, StaleSocketOfAKilledProcess_Replaced) {
+  ServingProcess(path, 1).Kill();
+  EXPECT_EQ(tests::ControlPeer(path).ConnectError(), ECONNREFUSED);
+  const RunningLoop next(path, 2);
+  EXPECT_EQ(Ask(), StatusOf(2));
+}
+
+TEST_F(ControlLoopTest, WaitingProcessKilled_OtherServesOn) {
+  ServingProcess serving(path, 1);
+  ServingProcess waiting(path, 2);
+  waiting.Kill();
+  EXPECT_EQ(Ask(), StatusOf(1));
+  EXPECT_EQ(serving.End(), 0);
+}
+
+TEST_F(ControlLoopTest, ThreeProcesses_ServeOneAfterTheOther) {
+  ServingProcess first(path, 1);
+  ServingProcess second(path, 2);
+  const RunningLoop third(path, 3);
+  EXPECT_EQ(Ask(), StatusOf(1));
+  second.Kill();
+  EXPECT_EQ(Ask(), StatusOf(1));
+  first.Kill();
+  EXPECT_TRUE(IsServedBy(3));
+}
+
+TEST_F(ControlLoopTest, ProcessesRaceAtTheStart_OneServesThenTheOther) {
+  for (int round = 0; round < 10; ++round) {
+    tests::ChildProcess racing([&] {
+      const RunningLoop running(path, 1);
+      return IsServedBy(1) && !::testing::Test::HasFailure() ? 0 : 1;
+    });
+    {
+      const RunningLoop running(path, 2);
+      EXPECT_TRUE(IsServedBy(2));
+    }
+    EXPECT_EQ(racing.Wait(), 0);
+  }
+}
+
+TEST_F(ControlLoopTest, MostClients_AllServed) {
+  const RunningLoop running(path, 1);
+  std::vector<tests::ControlPeer> clients;
+  for (std::size_t count = 0; count < ControlLoop::kMaxConnections; ++count) {
+    clients.emplace_back(path);
+  }
+  for (const auto& client : clients) EXPECT_EQ(client.Ask(kStatus), StatusOf(1));
+}
+
+TEST_F(ControlLoopTest, OneClientTooMany_ClosedAtOnce) {
+  const RunningLoop running(path, 1);
+  std::vector<tests::ControlPeer> clients;
+  for (std::size_t count = 0; count < ControlLoop::kMaxConnections; ++count) {
+    clients.emplace_back(path);
+    ASSERT_EQ(clients.back().Ask(kStatus), StatusOf(1));
+  }
+  const tests::ControlPeer tooMany(path);
+  EXPECT_EQ(tooMany.ConnectError(), 0);
+  EXPECT_TRUE(tests::IsAtEnd(tooMany.Descriptor()));
+  clients.pop_back();
+  EXPECT_TRUE(IsServedBy(1));
+}
+
+/// While it lives, this process can open one descriptor more and no other.
+class OneDescriptorLeft {
+ public:
+  OneDescriptorLeft() {
+    EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &former), 0);
+    const support::UniqueFd next(::open("/", O_RDONLY | O_CLOEXEC));
+    rlimit narrow = former;
+    narrow.rlim_cur = static_cast<rlim_t>(next.Get()) + 1;
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &narrow), 0);
+  }
+  ~OneDescriptorLeft() { ::setrlimit(RLIMIT_NOFILE, &former); }
+  OneDescriptorLeft(const OneDescriptorLeft&) = delete;
+  OneDescriptorLeft& operator=(const OneDescriptorLeft&) = delete;
+
+ private:
+  rlimit former{};
+};
+
+TEST_F(ControlLoopTest, NoDescriptorForAClient_ServedWhenThereIsOne) {
+  const RunningLoop running(path, 1);
+  std::optional<tests::ControlPeer> client;
+  {
+    const OneDescriptorLeft narrow;
+    client.emplace(path);
+    ASSERT_EQ(client->ConnectError(), 0);
+    EXPECT_TRUE(tests::Eventually([&] { return !log.Lines().empty(); }));
+  }
+  EXPECT_EQ(client->Ask(kStatus), StatusOf(1));
+  EXPECT_THAT(log.Lines(), ElementsAre("warning: libhost_control: cannot accept a client: "
+                                       "Too many open files"));
+}
+
+}  // namespace
+}  // namespace platform_host
