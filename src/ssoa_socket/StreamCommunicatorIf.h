@@ -17,7 +17,8 @@ class StreamCommunicatorIf {
  public:
   virtual ~StreamCommunicatorIf() = default;
 
-  /// Ends the connection for good, and with it every operation that waits. Again: nothing.
+  /// Ends the connection for good, and with it every operation that waits. Again: nothing. Throws
+  /// nothing.
   virtual void Disconnect() = 0;
 
   /// Waits without limit for something to read, or the end. Returns how much of `buffer` was
