@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <string>
 
@@ -32,6 +33,17 @@ namespace tests {
 /// The ids of all threads.
 [[nodiscard]] inline std::set<std::string> RunningThreads() {
   return EntriesOf("/proc/self/task");
+}
+
+/// The names of all threads.
+[[nodiscard]] inline std::multiset<std::string> RunningThreadNames() {
+  std::multiset<std::string> names;
+  for (const std::string& id : RunningThreads()) {
+    std::string name;  // empty for a thread that has ended meanwhile
+    std::ifstream file("/proc/self/task/" + id + "/comm");
+    if (std::getline(file, name)) names.insert(name);
+  }
+  return names;
 }
 
 /// Bytes of the heap that are in use; 0 under a sanitizer, which finds leaks itself.
