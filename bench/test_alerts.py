@@ -9,10 +9,9 @@ import threading
 
 import pytest
 
-from bench import unix_sockets
+from bench import control, unix_sockets
 from bench.alerts import ABSENT, CLOSE_AT_ONCE, FULL, LISTEN, REFUSE, AlertProxy, message
 from bench.box import Bench
-from bench.control import Control
 from bench.processes import BenchError
 
 DEADLINE_S = 20
@@ -279,20 +278,21 @@ def fixture_shared(tmp_path_factory):
     """A bench whose alert socket is where a unit looks for it."""
     folder = tmp_path_factory.mktemp("alerts")
     with Bench(folder / "bench", alerts=folder / "run" / "adaptive" / "socket") as bench:
+        assert bench.alerts.path == folder / "run" / "adaptive" / "socket"
         yield bench
 
 
 @pytest.fixture(name="told")
 def fixture_told(shared, tools):
     """Tells the bench: told(arguments...) returns its answer."""
-    control = Control(shared, lambda: None)
+    serving = control.Control(shared, lambda: None)
 
     def tell(*arguments, check=True):
         done = tools.run(PROGRAM, "tell", shared.directory, *arguments, "--json", check=check)
         return json.loads(done.stdout) if done.returncode == 0 else (done.returncode, done.stderr.decode())
     yield tell
     shared.alerts.be(LISTEN)
-    control.close()
+    serving.close()
 
 
 def test_bench_serves_the_path_that_it_was_told(shared, told):
@@ -302,6 +302,19 @@ def test_bench_serves_the_path_that_it_was_told(shared, told):
         assert told("status")["alerts"] == {"path": str(shared.alerts.path), "proxy": LISTEN, "connections": 1,
                                             "listening": 1}
     assert [record["listened"] for record in told("listeners")] == [True]
+
+
+def test_alert_that_waits_holds_up_nobody(shared, told):
+    taken = []
+    command = {"command": "alert", "code": 48, "operation": "", "type": 2, "cut": None, "pieces": None, "flood": 1,
+               "timeout": DEADLINE_S}
+    waiting = threading.Thread(target=lambda: taken.append(control.tell(shared.directory, command)))
+    waiting.start()
+    assert told("status")["alerts"]["listening"] == 0
+    with listen(shared.alerts) as unit:
+        assert received(unit, 4) == message(48)
+    waiting.join(DEADLINE_S)
+    assert taken == [{"taken": 1}]
 
 
 def test_tell_alert_takes_all_options(shared, told):
