@@ -76,22 +76,28 @@ class AlertProxy:
     def stop(self):
         """Ends every connection and removes the socket."""
         with self._becoming:
-            self._end()
+            self._end_listening()
+            with self._changed:
+                listeners = dict(self._listeners)
+            self._end_connections(listeners)
 
     def be(self, mode, times=1):
-        """Ends every connection and goes on in another way, or in the same: then it has been started again. `times`:
-        CLOSE_AT_ONCE closes so many connections and is LISTEN then."""
+        """Goes on in another way, or in the same as if started again; then ends the connections that there were, so that
+        a unit that comes back at once finds the new way. `times`: CLOSE_AT_ONCE closes so many connections and is
+        LISTEN then."""
         if times < 1:
             raise BenchError(f"{times} times is never")
         begin = {LISTEN: self._listen, CLOSE_AT_ONCE: self._listen, FULL: self._fill, REFUSE: self._bind,
                  ABSENT: lambda: None}[mode]
         with self._becoming:
-            self._end()
+            self._end_listening()
             with self._changed:
+                before = dict(self._listeners)
                 self._mode = mode
                 self._closing = times if mode == CLOSE_AT_ONCE else 0
             self._tell(f"is {mode}" + (f" {times} times" if mode == CLOSE_AT_ONCE else ""))
             begin()
+            self._end_connections(before)
 
     def alert(self, code, operation=b"", *, kind=ALERT, cut=None, pieces=None, times=1, seconds=WAIT_S):
         """Tells every unit that listens of an alert; waits until there is one. Returns how many took it.
@@ -177,8 +183,7 @@ class AlertProxy:
             while True:
                 self._queued.append(unix_sockets.connect(self.path, 0))
 
-    def _end(self):
-        """Ends what the present way has begun."""
+    def _end_listening(self):
         if self._accepting:
             # Wakes accept, which a close alone does not.
             self._listener.shutdown(socket.SHUT_RDWR)
@@ -189,9 +194,10 @@ class AlertProxy:
                 each.close()
         self._listener = self._accepting = None
         self._queued = []
-        with self._changed:
-            serving = dict(self._listeners)
-        for thread, listener in serving.items():
+
+    @staticmethod
+    def _end_connections(listeners):
+        for thread, listener in listeners.items():
             listener.end("closed here")
             thread.join(STOP_S)
 

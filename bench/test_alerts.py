@@ -208,11 +208,16 @@ def test_nobody_gets_in(proxy, unit, mode, error):
         assert received(again, 4) == message(48)
 
 
-def test_listen_again_is_a_restart(proxy, unit):
+def test_listen_again_is_a_restart_for_a_unit_that_comes_back_at_once(proxy, unit):
     proxy.wait_for(lambda records: records and records[0].listened, DEADLINE_S)
-    proxy.be(LISTEN)
+    restart = threading.Thread(target=proxy.be, args=(LISTEN,))
+    restart.start()
     assert received(unit, 1) == b""
-    assert ended(proxy).end == "closed here"
+    with listen(proxy) as again:
+        restart.join(DEADLINE_S)
+        proxy.alert(48)
+        assert received(again, 4) == message(48)
+    assert proxy.records()[0].end == "closed here"
 
 
 def test_never_close_is_refused(proxy):

@@ -1,5 +1,6 @@
 """A program at work inside a unit."""
 
+import collections
 import json
 import os
 import re
@@ -44,13 +45,16 @@ class Running:
             self.pid = json.load(told)["child-pid"]
         self._changed = threading.Condition()
         self._lines = []
+        self._counts = collections.Counter()
         self._reader = threading.Thread(target=self._read, daemon=True)
         self._reader.start()
 
     def _read(self):
         for line in self._process.stderr:
+            text = line.decode().removesuffix("\n")
             with self._changed:
-                self._lines.append(line.decode().removesuffix("\n"))
+                self._lines.append(text)
+                self._counts.update(in_short([text]))
                 self._changed.notify_all()
 
     def lines(self):
@@ -61,14 +65,10 @@ class Running:
     def log(self):
         return in_short(self.lines())
 
-    def wait_until(self, holds):
-        """Waits until holds(log)."""
-        with self._changed:
-            assert self._changed.wait_for(lambda: holds(in_short(self._lines)), DEADLINE_S), self._lines
-
     def wait_for(self, text, count=1):
         """Waits until the log has a line `count` times."""
-        self.wait_until(lambda log: log.count(text) >= count)
+        with self._changed:
+            assert self._changed.wait_for(lambda: self._counts[text] >= count, DEADLINE_S), self._lines[-100:]
 
     def send_signal(self, number):
         os.kill(self.pid, number)

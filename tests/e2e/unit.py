@@ -118,6 +118,12 @@ class Unit:
         (self.root / "tmp").mkdir()
         (self.root / RUN_DIR).mkdir(parents=True)
 
+    def configure(self, text):
+        """Writes the host platform's configuration."""
+        path = self.root / "etc" / PROGRAM / "host-platform.toml"
+        path.parent.mkdir(exist_ok=True)
+        path.write_text(text)
+
     def write_switches(self, text=DEFAULT_SWITCHES):
         self.switches_path.write_text(text)
 
