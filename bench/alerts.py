@@ -1,9 +1,5 @@
-"""The proxy end of the TLS alert socket: tells units of TLS alerts, well and badly.
-
-A unit connects and sends one byte, 0x01: it listens. From then on the proxy sends it alerts, each of them
-    type 0x02 | length of the operation id, 2 bytes, big-endian | operation id | TLS alert description, 1 byte
-and nothing else goes either way.
-"""
+"""The proxy end of the TLS alert socket: tells units of TLS alerts, well and badly. docs/tls-alerts.md describes the
+messages."""
 
 import collections
 import contextlib

@@ -1,4 +1,4 @@
-"""Unix stream sockets in folders of any depth: a socket's address holds a path of 107 bytes only."""
+"""Unix sockets in folders of any depth: a socket's address holds a path of 107 bytes only."""
 
 import contextlib
 import os
@@ -17,11 +17,11 @@ def _short(path):
         os.close(folder)
 
 
-def bind(path):
-    """A socket at `path`, in place of one that is left there. Nobody gets in before it listens."""
+def bind(path, kind=socket.SOCK_STREAM):
+    """A socket at `path`, in place of one that is left there. Nobody gets into a stream socket before it listens."""
     path = pathlib.Path(path)
     path.unlink(missing_ok=True)
-    bound = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    bound = socket.socket(socket.AF_UNIX, kind)
     try:
         with _short(path) as address:
             bound.bind(address)
