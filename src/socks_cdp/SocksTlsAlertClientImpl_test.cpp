@@ -293,6 +293,24 @@ TEST_F(MadeUpProxy, ExceptionWhileListening_OneLineAndThePauseKept) {
               ElementsAre("error: SocksTlsAlertClient: Listening failed, trying again later"));
 }
 
+/// Has no memory for what is to be read.
+class ThrowingReads : public tests::FakeCommunicator {
+ public:
+  ThrowingReads() : FakeCommunicator("") {}
+  [[nodiscard]] std::vector<unsigned char> ReadNBytes(unsigned long /*count*/) const override {
+    throw std::bad_alloc();
+  }
+};
+
+TEST_F(MadeUpProxy, ExceptionWhileReading_TheConnectionIsDropped) {
+  const auto connection = std::make_shared<ThrowingReads>();
+  const auto client = Client([&](int /*attempt*/) { return connection; });
+  ASSERT_EQ(client->StartListening(&callback), kListeningStarted);
+  EXPECT_TRUE(tests::Eventually([&] { return !connection->IsOpen(); }));
+  EXPECT_EQ(attempts, 1);
+  EXPECT_THAT(callback.events.Texts(), IsEmpty());
+}
+
 TEST(AlertClientPause, UnlessATestShortensIt_TenSeconds) {
   EXPECT_EQ(SocksTlsAlertClientImpl::kReconnectPause, std::chrono::seconds(10));
 }
