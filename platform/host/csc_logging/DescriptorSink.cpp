@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "platform/host/csc_logging/LineFormat.h"
+#include "platform/host/csc_logging/QuietWrite.h"
 
 namespace platform_host {
 
@@ -35,7 +36,7 @@ void DescriptorSink::Write(LogLevel level, std::string_view text) noexcept {
             : FormatLine(level, application, text, std::chrono::system_clock::now());
     const support::MutexLock lock(mutex);
     // A line is at most PIPE_BUF long: where poll(2) finds room on a pipe, there is room for it.
-    while (AwaitRoom() && ::write(fd, line.data(), line.size()) < 0 && errno == EINTR) {
+    while (AwaitRoom() && QuietWrite(fd, line) < 0 && errno == EINTR) {
     }
   } catch (const std::bad_alloc&) {
     // The line is lost, as on a full disk.

@@ -14,9 +14,9 @@
 namespace platform_host {
 
 /// Writes to one descriptor. Write retries after a signal, and waits for a reader that is behind;
-/// but a full disk loses the line, and so does a pipe or a terminal that nobody reads. Once a wait
-/// was in vain no further line waits until there is room again, so that a log that nobody reads
-/// never stops the unit.
+/// but a full disk loses the line, and so does a pipe or a terminal that nobody reads; a broken
+/// pipe raises no signal. Once a wait was in vain no further line waits until there is room again,
+/// so that a log that nobody reads never stops the unit.
 class DescriptorSink : public LogSink {
  public:
   enum class Style { kTimestamp, kJournal };

@@ -127,6 +127,16 @@ class FullPipe : public ::testing::Test {
   support::UniqueFd writeEnd;
 };
 
+TEST_F(FullPipe, ReaderGone_LineLostWithoutSignal) {
+  readEnd = support::UniqueFd();
+  tests::ChildProcess child([this] {  // which SIGPIPE would end
+    DescriptorSink sink(writeEnd.Get(), DescriptorSink::Style::kJournal, "TU");
+    sink.Write(LogLevel::kInfo, "text");
+    return 0;
+  });
+  EXPECT_EQ(child.Wait(), 0);
+}
+
 TEST_F(FullPipe, NobodyReads_LinesLostAndWriterGoesOn) {
   constexpr unsigned kDeadlineS = 60;
   tests::ChildProcess child([this] {
