@@ -7,44 +7,18 @@
 
 #include <atomic>
 #include <cerrno>
-#include <functional>
 #include <thread>
 
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "signal_handler/SignalHandler.h"
-#include "tests/support/EventLog.h"
 #include "tests/support/KeptSignals.h"
 #include "tests/support/ProcessUse.h"
+#include "tests/support/Repeated.h"
 
 namespace signal_handler {
 namespace {
 
 constexpr int kTurns = 100;
-
-/// Repeats an action on a thread of its own while it lives.
-class Repeated {
- public:
-  explicit Repeated(std::function<void()> action)
-      : thread([this, act = std::move(action)] {
-          while (!isEnding) {
-            act();
-            ++turns;
-          }
-        }) {
-    EXPECT_TRUE(tests::Eventually([this] { return turns > 0; }));
-  }
-  ~Repeated() {
-    isEnding = true;
-    thread.join();
-  }
-  Repeated(const Repeated&) = delete;
-  Repeated& operator=(const Repeated&) = delete;
-
- private:
-  std::atomic<bool> isEnding{false};
-  std::atomic<int> turns{0};
-  std::thread thread;
-};
 
 /// A pipe that takes over the lowest free descriptor numbers.
 class Victim {
@@ -69,7 +43,7 @@ class Victim {
 TEST(SignalStress, HandlerUnderWayAtTheEnd_WritesIntoNoOtherFile) {
   const tests::KeptSignals former;
   const platform_host::CapturedLog log;
-  const Repeated signals([] { HandleSignal(SIGPIPE); });
+  const tests::Repeated signals([] { HandleSignal(SIGPIPE); });
   for (int turn = 0; turn < kTurns; ++turn) {
     {
       const SignalHandler handler([] {});
@@ -89,7 +63,7 @@ TEST(SignalStress, TerminationsAtAnyInstant_ActionAtMostOncePerHandler) {
   }  // from here on nothing ends the process
   {
     const auto target = ::pthread_self();
-    const Repeated signals([target] {
+    const tests::Repeated signals([target] {
       ::pthread_kill(target, SIGTERM);
       ::pthread_kill(target, SIGPIPE);
     });

@@ -33,6 +33,9 @@ class ChildProcess {
     static_cast<void>(Wait());
   }
 
+  /// Sends it a signal.
+  void Signal(int number) const { ::kill(pid, number); }
+
   /// Waits for the end. Returns the exit code, or -1 when there was none.
   [[nodiscard]] int Wait() {
     int status = 0;

@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <future>
 #include <string>
 
 #include "csc_logging/CSCLogging.h"
 #include "signal_handler/SignalHandler.h"
 #include "support/UniqueFd.h"
 #include "tests/doubles/ChildProcess.h"
+#include "tests/support/EventLog.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -36,12 +36,11 @@ int LogAndEnd() {
   ::alarm(kDeadlineS);
   BreakStandardError();
   CSCLogging::InitLogging("TU");
-  std::promise<void> terminated;
-  const signal_handler::SignalHandler handler([&] { terminated.set_value(); });
+  tests::EventLog events;
+  const signal_handler::SignalHandler handler([&events] { events.Add("terminated"); });
   for (int line = 0; line < 100; ++line) CSCLogging::LogInfo("a line");
   ::kill(::getpid(), SIGTERM);
-  terminated.get_future().wait();
-  return 0;
+  return events.WaitFor("terminated") ? 0 : 1;
 }
 
 TEST(BrokenLog, StandardErrorWithoutReader_EndsInOrderAndHearsOfNoBrokenPipe) {
