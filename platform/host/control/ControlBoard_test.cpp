@@ -196,7 +196,7 @@ TEST(ControlBoard, OfferEndsDuringItsCall_EndWaits) {
   });
   ending.get_future().wait();
   // Time enough for an end that does not wait.
-  for (int count = 0; count < 1000; ++count) std::this_thread::yield();
+  for (int count = 0; count < 100; ++count) std::this_thread::yield();
   leave.set_value();
   EXPECT_TRUE(ended.get());
   EXPECT_EQ(asked.get(), R"({"ok":true,"status":{"part":1}})");
