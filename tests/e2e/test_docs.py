@@ -1,9 +1,12 @@
 """The commands of the pages do what the pages say: each section's are run as a reader would paste them."""
 
+import json
 import os
 import pathlib
 import re
+import socketserver
 import subprocess
+import threading
 
 import pytest
 from cryptography.hazmat.primitives.asymmetric.utils import encode_dss_signature
@@ -55,3 +58,57 @@ def test_numbers_of_a_signature_by_hand_have_32_bytes_each(paste, tmp_path, r, s
     function = re.search(r"^r_and_s\(\) \{.*?^\}\n", commands("container-format.md", "By hand"),
                          re.DOTALL | re.MULTILINE)[0]
     assert paste(function + "r_and_s any.der") == r.to_bytes(32, "big") + s.to_bytes(32, "big")
+
+
+class ControlClient(socketserver.StreamRequestHandler):
+    """Answers as the page on the host platform tells, and keeps what was asked."""
+
+    def handle(self):
+        for line in self.rfile:
+            request = json.loads(line)
+            self.server.asked.append(request)
+            self.wfile.write(json.dumps(self.answer(request)).encode() + b"\n")
+
+    @staticmethod
+    def answer(request):
+        if request["command"] == "status":
+            return {"ok": True, "status": status_of_the_page()}
+        if request["command"] == "state":
+            return {"ok": True, "state": request["state"], "sequence": 3}
+        return {"ok": True, "state": 2, "held": request["state"] != "auto"}
+
+
+def status_of_the_page():
+    """The example of the status' parts."""
+    block = re.search(r"^```json\n(.*?)^```$", (DOCS / "host-platform.md").read_text(), re.DOTALL | re.MULTILINE)
+    return json.loads(block[1])
+
+
+@pytest.fixture(name="process")
+def fixture_process(tmp_path, monkeypatch):
+    """Something that serves a control socket, which the configuration names."""
+    (tmp_path / "host.toml").write_text(f'[control]\nsocket = "{tmp_path}/control.sock"\n')
+    monkeypatch.setenv("TSUC_HOST_CONFIG", str(tmp_path / "host.toml"))
+    with socketserver.ThreadingUnixStreamServer(str(tmp_path / "control.sock"), ControlClient) as server:
+        server.asked = []
+        thread = threading.Thread(target=server.serve_forever)
+        thread.start()
+        yield server
+        server.shutdown()
+        thread.join()
+
+
+def test_examples_of_the_control_tool_ask_what_the_page_of_the_socket_tells(process, paste):
+    told = paste(commands("platformctl.md", "Examples")).decode()
+    assert told.endswith("kPrepSD confirmed (3)\nkOn confirmed (3)\nconnection state 2, held\n"
+                         "connection state 2, following the broker\n")
+    assert process.asked == [{"command": "status"}, {"command": "status"},
+                             {"command": "state", "state": "kPrepSD"}, {"command": "state", "state": "kOn"},
+                             {"command": "connection", "state": 4}, {"command": "connection", "state": "auto"}]
+
+
+def test_status_of_the_page_is_shown_whole(process, paste):
+    assert json.loads(paste("tsuc-platformctl status --json")) == status_of_the_page()
+    told = paste("tsuc-platformctl status").decode()
+    assert "-" not in [line.split()[-1] for line in told.splitlines()]
+    assert len(process.asked) == 2
