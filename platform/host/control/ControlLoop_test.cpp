@@ -4,14 +4,21 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <array>
+#include <optional>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/host/csc_logging/CapturedLog.h"
+#include "platform/host/threads/WorkerThread.h"
 #include "support/FileContents.h"
+#include "support/UniqueFd.h"
 #include "tests/doubles/ChildProcess.h"
 #include "tests/support/ControlPeer.h"
 #include "tests/support/EventLog.h"
+#include "tests/support/ProcessUse.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace platform_host {
@@ -22,6 +29,36 @@ using ::testing::ElementsAre;
 
 constexpr const char* kStatus = R"({"command":"status"})";
 
+constexpr const char* kThreadName = "TestControl";
+
+/// The loop's thread as the system sees it (proc(5)), without a descriptor for each look.
+class LoopThread {
+ public:
+  LoopThread() {
+    EXPECT_TRUE(tests::Eventually([this] { return Find(); }));
+  }
+
+  [[nodiscard]] bool IsAsleep() const { return Read().find(") S ") != std::string::npos; }
+
+ private:
+  bool Find() {
+    for (const auto& id : tests::RunningThreads()) {
+      const std::string path = "/proc/self/task/" + id + "/stat";
+      status = support::UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+      if (Read().find(kThreadName) != std::string::npos) return true;
+    }
+    return false;
+  }
+
+  [[nodiscard]] std::string Read() const {
+    std::string text(1024, '\0');
+    const ssize_t count = ::pread(status.Get(), text.data(), text.size(), 0);
+    return text.substr(0, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  }
+
+  support::UniqueFd status;
+};
+
 /// A loop on a thread of its own that tells its number as status.
 class RunningLoop {
  public:
@@ -29,7 +66,7 @@ class RunningLoop {
       : part(board.OfferStatus("number", [number] { return json(number); })), loop(path, board) {
     const auto failure = loop.Open();
     EXPECT_FALSE(failure) << failure->Text();
-    thread = std::thread([this] { loop.Run(); });
+    thread = StartThread(kThreadName, [this] { loop.Run(); });
   }
   ~RunningLoop() {
     loop.Stop();
@@ -202,12 +239,14 @@ class OneDescriptorLeft {
 
 TEST_F(ControlLoopTest, NoDescriptorForAClient_ServedWhenThereIsOne) {
   const RunningLoop running(path, 1);
+  const LoopThread thread;
   std::optional<tests::ControlPeer> client;
   {
     const OneDescriptorLeft narrow;
     client.emplace(path);
     ASSERT_EQ(client->ConnectError(), 0);
     EXPECT_TRUE(tests::Eventually([&] { return !log.Lines().empty(); }));
+    EXPECT_TRUE(tests::Eventually([&] { return thread.IsAsleep(); }));
   }
   EXPECT_EQ(client->Ask(kStatus), StatusOf(1));
   EXPECT_THAT(log.Lines(), ElementsAre("warning: libhost_control: cannot accept a client: "
