@@ -79,6 +79,14 @@ class Running:
         self._reader.join(DEADLINE_S)
         return code, self.log()
 
+    def ended_within(self, seconds):
+        """Watches it so long; whether it has ended."""
+        try:
+            self._process.wait(seconds)
+        except subprocess.TimeoutExpired:
+            return False
+        return True
+
     def end(self, number=signal.SIGTERM):
         """Ends it with a signal, then as wait."""
         self.send_signal(number)
