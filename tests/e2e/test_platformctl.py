@@ -162,8 +162,9 @@ def test_broker_that_goes_and_comes_is_told(unit, tmp_path):
         running.wait_for(STATE.format(2))
         address = f"127.0.0.1:{bench.broker.port}"
         assert broker(lifecycle.status(unit)) == (address, True)
+        before = running.log().count(STATE.format(1))
         bench.broker.kill()
-        running.wait_for(STATE.format(1), 1 + running.log().count(STATE.format(1)))
+        running.wait_for(STATE.format(1), before + 1)
         assert broker(lifecycle.status(unit)) == (address, False)
         bench.broker.start()
         running.wait_for(STATE.format(2), 2)
