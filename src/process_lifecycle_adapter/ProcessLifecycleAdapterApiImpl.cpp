@@ -99,6 +99,8 @@ void ProcessLifecycleAdapterApiImpl::Initialize(
                                                 std::uint32_t sequence, const std::string& state) {
     StateChangeRequested(client, sequence, state);
   };
+  // Of one that was made before: state management knows one client of a component.
+  ReplaceComponentClient(nullptr);
   {
     const support::MutexLock lock(mutex);
     stateCallback = newCallback;

@@ -177,8 +177,8 @@ TEST_F(LifecycleApi, SecondInitialize_ReplacesComponentClient) {
   api->Initialize("unit", &listener);
   api->Initialize("unit", &listener);
   EXPECT_THAT(ara.Calls("component"),
-              ElementsAre("component unit", "component created", "component unit",
-                          "component created", "component ended"));
+              ElementsAre("component unit", "component created", "component ended",
+                          "component unit", "component created"));
   EXPECT_TRUE(ara.HasComponentClient());
 }
 

@@ -6,15 +6,17 @@
 /// lock held.
 ///
 /// A SIGTERM may come at any instant from the moment the constructor installs its handler:
-///   before Initialize     kTerminating is reported at once. Initialize reports nothing and starts
-///                         no thread, but tells the callback that it was given.
-///   while Initialize      Terminate waits until that report is made (it waits for no peer), so
-///   that reports kRunning      kTerminating is the last one; then as above or below. before
-///   Initialize     Terminate finds no callback, so Initialize tells it: whoever is second to
-///   stores the callback   take the lock does, and never both.
-///   afterwards            kTerminating, then the callback on the thread "signals", then the end of
-///                         the alive reports.
-///   in the destructor     no effect, if nothing of Terminate has begun; otherwise it waits for it.
+///
+/// - Before Initialize: kTerminating is reported at once. Initialize reports nothing and starts no
+///   thread, but tells the callback that it was given.
+/// - While Initialize reports kRunning: Terminate waits until that report is made (it waits for no
+///   peer), so that kTerminating is the last one; then it is as above or below.
+/// - Before Initialize stores the callback: Terminate finds none, so Initialize tells it: whoever
+///   is second to take the lock does, and never both.
+/// - Afterwards: kTerminating, then the callback on the thread "signals", then the end of the alive
+///   reports.
+/// - In the destructor: no effect if nothing of Terminate has begun; otherwise the destructor waits
+///   for it.
 #ifndef PROCESS_LIFECYCLE_ADAPTER_PROCESSLIFECYCLEADAPTERIMPL_H
 #define PROCESS_LIFECYCLE_ADAPTER_PROCESSLIFECYCLEADAPTERIMPL_H
 

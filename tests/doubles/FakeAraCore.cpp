@@ -133,8 +133,9 @@ ComponentClientResult createComponentClient(const std::string& name,
                                             StateChangeHandler handler) noexcept {
   const auto core = tests::FakeAraCore::Current();
   core->Record("component " + name);
-  const std::string error =
-      core->With([](const tests::FakeAraCore::State& all) { return all.componentError; });
+  const std::string error = core->With([](const tests::FakeAraCore::State& all) -> std::string {
+    return all.client != nullptr ? "there is a component client already" : all.componentError;
+  });
   if (!error.empty()) return {nullptr, error};
   auto client = std::make_unique<tests::FakeComponentClient>(core);
   const auto request = core->With([&](tests::FakeAraCore::State& all) {

@@ -40,7 +40,8 @@ struct ComponentClientResult {
   std::string error;  ///< in words, without a client only
 };
 
-/// Makes the component known to state management as `name`. Does not throw and waits for no peer.
+/// Makes the component known to state management as `name`. A process has one client at a time: a
+/// further one fails. Does not throw and waits for no peer.
 [[nodiscard]] ComponentClientResult createComponentClient(const std::string& name,
                                                           StateChangeHandler handler) noexcept;
 
