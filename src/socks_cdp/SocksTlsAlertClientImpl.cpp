@@ -1,7 +1,5 @@
 #include "socks_cdp/SocksTlsAlertClientImpl.h"
 
-#include <pthread.h>
-
 #include <cstdint>
 #include <exception>
 #include <string>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "csc_logging/CSCLogging.h"
+#include "support/WorkerThread.h"
 
 namespace socks_cdp {
 namespace {
@@ -94,7 +93,8 @@ std::shared_ptr<Listening> SocksTlsAlertClientImpl::Begin(SocksTlsAlertClientCal
 bool SocksTlsAlertClientImpl::Launch(const std::shared_ptr<Listening>& listening) {
   std::thread next;
   try {
-    next = std::thread([this, listening] { ListeningThreadHandler(listening); });
+    next =
+        support::StartThread("TlsAlerts", [this, listening] { ListeningThreadHandler(listening); });
   } catch (const std::exception&) {
     CSCLogging::LogError("SocksTlsAlertClient: The listening thread cannot be started");
   }
@@ -109,7 +109,6 @@ bool SocksTlsAlertClientImpl::Launch(const std::shared_ptr<Listening>& listening
 
 void SocksTlsAlertClientImpl::ListeningThreadHandler(
     const std::shared_ptr<Listening>& listening) noexcept {
-  ::pthread_setname_np(::pthread_self(), "TlsAlerts");
   clientOfThread = this;
   while (listening->IsRunning()) {
     try {

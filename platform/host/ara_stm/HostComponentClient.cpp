@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "csc_logging/CSCLogging.h"
-#include "platform/host/threads/WorkerThread.h"
+#include "support/WorkerThread.h"
 
 namespace platform_host {
 
@@ -41,7 +41,7 @@ HostComponentClient::HostComponentClient(const std::string& componentName,
                                  [this](const json& request, const ControlReply& reply) {
                                    AddRequest(request, reply, requests);
                                  })),
-      thread(StartThread("AraStm", [this] { Run(); })) {}
+      thread(support::StartThread("AraStm", [this] { Run(); })) {}
 
 HostComponentClient::~HostComponentClient() {
   requests.End();

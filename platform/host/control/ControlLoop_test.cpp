@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "platform/host/csc_logging/CapturedLog.h"
-#include "platform/host/threads/WorkerThread.h"
 #include "support/FileContents.h"
 #include "support/UniqueFd.h"
+#include "support/WorkerThread.h"
 #include "tests/doubles/ChildProcess.h"
 #include "tests/support/ControlPeer.h"
 #include "tests/support/EventLog.h"
@@ -66,7 +66,7 @@ class RunningLoop {
       : part(board.OfferStatus("number", [number] { return json(number); })), loop(path, board) {
     const auto failure = loop.Open();
     EXPECT_FALSE(failure) << failure->Text();
-    thread = StartThread(kThreadName, [this] { loop.Run(); });
+    thread = support::StartThread(kThreadName, [this] { loop.Run(); });
   }
   ~RunningLoop() {
     loop.Stop();

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "platform/host/control/ControlLoop.h"
-#include "platform/host/threads/WorkerThread.h"
+#include "support/WorkerThread.h"
 
 namespace platform_host {
 
@@ -21,7 +21,7 @@ Result<std::unique_ptr<ControlServer>> ControlServer::Start(const std::string& p
 
 ControlServer::ControlServer(std::unique_ptr<ControlLoop> opened)
     : loop(std::move(opened)),
-      thread(StartThread("HostControl", [work = loop.get()] { work->Run(); })) {}
+      thread(support::StartThread("HostControl", [work = loop.get()] { work->Run(); })) {}
 
 ControlServer::~ControlServer() {
   loop->Stop();

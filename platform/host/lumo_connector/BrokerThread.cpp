@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "platform/host/lumo_connector/ConnectorLog.h"
-#include "platform/host/threads/WorkerThread.h"
+#include "support/WorkerThread.h"
 
 namespace lumo_connector {
 
@@ -52,7 +52,7 @@ void BrokerThread::Start(std::unique_ptr<BrokerSession> brokerSession) {
   }
   session = std::move(brokerSession);
   try {
-    thread = platform_host::StartThread("LumoMqtt", [this] { Run(); });
+    thread = support::StartThread("LumoMqtt", [this] { Run(); });
   } catch (...) {
     session.reset();
     const support::MutexLock lock(mutex);

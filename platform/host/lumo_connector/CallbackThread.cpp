@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "platform/host/lumo_connector/ConnectorLog.h"
-#include "platform/host/threads/WorkerThread.h"
+#include "support/WorkerThread.h"
 
 namespace lumo_connector {
 
@@ -20,7 +20,7 @@ void CallbackThread::Begin(std::vector<CallbackSource*> callbackSources) {
     running = true;
   }
   try {
-    thread = platform_host::StartThread("LumoConnector", [this] { Run(); });
+    thread = support::StartThread("LumoConnector", [this] { Run(); });
   } catch (...) {
     const support::MutexLock lock(mutex);
     running = false;

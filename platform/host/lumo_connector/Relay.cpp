@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "csc_logging/CSCLogging.h"
-#include "platform/host/threads/WorkerThread.h"
+#include "support/WorkerThread.h"
 
 namespace platform_host {
 namespace {
@@ -103,8 +103,8 @@ ConnectOutcome Relay::Add(std::unique_ptr<RelayedExchange> exchange) {
 }
 
 void Relay::StartThread() {
-  thread = platform_host::StartThread("LumoRelay",
-                                       [this, work = std::make_unique<Work>()] { Run(*work); });
+  thread =
+      support::StartThread("LumoRelay", [this, work = std::make_unique<Work>()] { Run(*work); });
   running = true;
 }
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/host/lumo_connector/PeerSocket.h"
-#include "platform/host/threads/WorkerThread.h"
+#include "support/WorkerThread.h"
 #include "tests/support/Files.h"
 #include "tests/support/LoopbackPeer.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -39,7 +39,7 @@ class TlsServer {
     ::SSL_CTX_use_certificate_chain_file(context.get(), Pki(party + "/cert.pem").c_str());
     ::SSL_CTX_use_PrivateKey_file(context.get(), Pki(party + "/key.pem").c_str(), SSL_FILETYPE_PEM);
     // The library's own way to a socket raises SIGPIPE where the client has gone.
-    thread = platform_host::StartThread("TlsServer", [this, act = std::move(talk)] { Run(act); });
+    thread = support::StartThread("TlsServer", [this, act = std::move(talk)] { Run(act); });
   }
   ~TlsServer() { thread.join(); }
   TlsServer(const TlsServer&) = delete;
