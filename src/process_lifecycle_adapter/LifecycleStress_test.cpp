@@ -1,7 +1,6 @@
 // SIGTERM and requests of states at every instant of an adapter's life.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -84,13 +83,11 @@ TEST_F(LifecycleStress, TerminateFromTwoThreads_ReportedAndToldOnce) {
 }
 
 TEST_F(LifecycleStress, SignalsFromConstructionToEnd_OrderlyEveryTime) {
-  {
-    const signal_handler::SignalHandler handlersInstalled([] {});
-  }
+  // From here on no signal ends the process.
+  std::make_unique<signal_handler::SignalHandler>([] {}).reset();
   const auto before = tests::OpenDescriptors();
-  const auto target = ::pthread_self();
   {
-    const tests::Repeated signals([target] { ::pthread_kill(target, SIGTERM); });
+    const tests::Repeated signals([] { ::raise(SIGTERM); });
     for (int turn = 0; turn < kTurns; ++turn) {
       tests::EventLog events;
       tests::RecordingOwner owner(events);
@@ -117,6 +114,20 @@ TEST_F(LifecycleStress, StateRequestsFromConstructionToEnd_EachConfirmedOrRefuse
     if (turn % 3 == 0) adapter.Terminate();
   }
   EXPECT_FALSE(ara.HasComponentClient());
+}
+
+TEST_F(LifecycleStress, ConfirmationsWhileClientIsReplaced_NoneMeetsOneThatEnded) {
+  tests::FakeAra ara;
+  ProcessLifecycleAdapterImpl adapter;
+  StateFollower follower(adapter);
+  adapter.NotifyInit("no-such-component", &follower);
+  {
+    const tests::Repeated confirmations([&] { adapter.StateChanged(ProcessState::kOn, 1); });
+    for (int turn = 0; turn < kTurns; ++turn) adapter.NotifyInit("no-such-component", &follower);
+  }
+  EXPECT_EQ(ara.Calls("component ended").size(), kTurns);
+  EXPECT_EQ(ara.Calls("confirm").size(),
+            Count(log.Lines(), "info: ProcessLifecycleAdapterApiImpl::StateChanged: 1 seq: 1"));
 }
 
 /// A process that lives until it is told to end, and writes a byte once SIGTERM cannot kill it.

@@ -136,6 +136,21 @@ TEST_F(Signals, SecondHandlerAfterTermination_ListensAfresh) {
   }
 }
 
+TEST_F(Signals, BrokenPipeAfterTerminationOfAnEarlierHandler_NothingElse) {
+  {
+    const SignalHandler first([] {});
+    ::raise(SIGTERM);
+  }
+  const SignalHandler second(Count());
+  ::raise(SIGPIPE);
+  ::raise(SIGPIPE);
+  EXPECT_TRUE(tests::Eventually([this] {
+    const auto lines = log.Lines();
+    return std::count(lines.begin(), lines.end(), kBrokenPipeCaught) == 2;
+  }));
+  EXPECT_EQ(calls, 0);
+}
+
 TEST_F(Signals, End_WaitsForAction) {
   std::promise<void> entered;
   std::promise<void> leave;
