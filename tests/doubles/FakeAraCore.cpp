@@ -89,28 +89,28 @@ void FakeAraCore::RequestState(unsigned int sequence, const std::string& request
   ara::stm::ComponentClient* client = nullptr;
   {
     const support::MutexLock lock(mutex);
-    while (state.isHandling) changed.Wait(mutex);
+    while (state.handling != nullptr) changed.Wait(mutex);
     if (state.client == nullptr) return;
     handler = state.handler;
     client = state.client;
-    state.isHandling = true;
+    state.handling = client;
   }
   std::thread([&] { handler(*client, sequence, requested); }).join();
   const support::MutexLock lock(mutex);
-  state.isHandling = false;
+  state.handling = nullptr;
   changed.NotifyAll();
 }
 
 void FakeAraCore::EndClient(const ara::stm::ComponentClient* client) {
   const support::MutexLock lock(mutex);
-  while (state.isHandling) changed.Wait(mutex);
   if (state.client == client) state.client = nullptr;
+  while (state.handling == client) changed.Wait(mutex);
   state.calls.emplace_back("component ended");
 }
 
 bool FakeAraCore::IsHandling() {
   const support::MutexLock lock(mutex);
-  return state.isHandling;
+  return state.handling != nullptr;
 }
 
 }  // namespace tests

@@ -28,7 +28,7 @@ class FakeAraCore {
     std::vector<std::string> calls;
     ara::stm::StateChangeHandler handler;  ///< of the component client
     ara::stm::ComponentClient* client = nullptr;
-    bool isHandling = false;
+    const ara::stm::ComponentClient* handling = nullptr;  ///< whose handler is being called
   };
 
   /// That of the FakeAra alive; another that fails everything without one.
