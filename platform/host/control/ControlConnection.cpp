@@ -42,7 +42,8 @@ void ControlConnection::Serve(short ready) {
     TakeAnswer();
     Send();
   } while (!isFinished && ServeNextLine());
-  if (isInputOver && !IsAwaitingAnswer() && !HasOutput()) isFinished = true;
+  // The end is read only while no answer is awaited.
+  if (isInputOver && !HasOutput()) isFinished = true;
 }
 
 void ControlConnection::Finish() {

@@ -32,11 +32,12 @@ CSCLogEntry Entry(std::string_view text) {
 
 }  // namespace
 
-ControlLoop::ControlLoop(std::string socketPath, ControlBoard& offers)
+ControlLoop::ControlLoop(std::string socketPath, ControlBoard& offers, RetryPlan plan)
     : path(std::move(socketPath)),
       board(offers),
       wake(std::make_shared<const WakeEvent>()),
-      lock(path + ".lock") {
+      lock(path + ".lock"),
+      lockAttempts(plan) {
   // No lack of memory can lose a client that is being served.
   connections.reserve(kMaxConnections);
 }

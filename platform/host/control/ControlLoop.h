@@ -31,8 +31,9 @@ class ControlLoop {
   /// asking again and again.
   static constexpr std::chrono::seconds kAcceptPause{1};
 
-  /// `offers` outlives the loop. Throws std::bad_alloc.
-  ControlLoop(std::string socketPath, ControlBoard& offers);
+  /// `offers` outlives the loop. `plan` tells when to try for the lock again, from the start on and
+  /// whenever it may have become free. Throws std::bad_alloc.
+  ControlLoop(std::string socketPath, ControlBoard& offers, RetryPlan plan = RetryPlan());
 
   /// Listens, or makes ready to wait for the process that does. Returns why neither can be.
   [[nodiscard]] std::optional<Error> Open();

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <thread>
@@ -18,6 +19,7 @@
 #include "tests/doubles/ChildProcess.h"
 #include "tests/support/ControlPeer.h"
 #include "tests/support/EventLog.h"
+#include "tests/support/Files.h"
 #include "tests/support/ProcessUse.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -62,8 +64,9 @@ class LoopThread {
 /// A loop on a thread of its own that tells its number as status.
 class RunningLoop {
  public:
-  RunningLoop(const std::string& path, int number)
-      : part(board.OfferStatus("number", [number] { return json(number); })), loop(path, board) {
+  RunningLoop(const std::string& path, int number, RetryPlan plan = RetryPlan())
+      : part(board.OfferStatus("number", [number] { return json(number); })),
+        loop(path, board, plan) {
     const auto failure = loop.Open();
     EXPECT_FALSE(failure) << failure->Text();
     thread = support::StartThread(kThreadName, [this] { loop.Run(); });
@@ -182,6 +185,19 @@ TEST_F(ControlLoopTest, ThreeProcesses_ServeOneAfterTheOther) {
   EXPECT_TRUE(IsServedBy(3));
 }
 
+TEST_F(ControlLoopTest, LockFileClosedLongAfterTheStart_TriedAgain) {
+  SocketLock holder(path + ".lock");
+  ASSERT_EQ(holder.Acquire(), 0);
+  // One attempt at the start, and one each time the file was closed.
+  const RunningLoop waiting(path, 1, RetryPlan(std::chrono::milliseconds(0)));
+  const LoopThread thread;
+  EXPECT_TRUE(tests::Eventually([&] { return thread.IsAsleep(); }));
+  holder.Release();
+  // The lock is free for certain now, and the file is closed once more.
+  EXPECT_EQ(tests::ReadText(path + ".lock"), "");
+  EXPECT_TRUE(IsServedBy(1));
+}
+
 TEST_F(ControlLoopTest, ProcessesRaceAtTheStart_OneServesThenTheOther) {
   for (int round = 0; round < 10; ++round) {
     tests::ChildProcess racing([&] {
@@ -194,6 +210,27 @@ TEST_F(ControlLoopTest, ProcessesRaceAtTheStart_OneServesThenTheOther) {
     }
     EXPECT_EQ(racing.Wait(), 0);
   }
+}
+
+TEST_F(ControlLoopTest, AnswerJustBeforeTheEnd_Sent) {
+  ControlBoard board;
+  ControlLoop loop(path, board);
+  std::optional<ControlReply> kept;
+  const auto later = board.OfferCommand(
+      "later", [&kept](const json&, const ControlReply& reply) { kept = reply; });
+  const auto end = board.OfferCommand("end", [&](const json&, const ControlReply&) {
+    kept->Answer({});
+    loop.Stop();
+  });
+  ASSERT_FALSE(loop.Open());
+  std::thread thread = support::StartThread(kThreadName, [&loop] { loop.Run(); });
+  const tests::ControlPeer waiting(path);
+  // Served first in each round, so that its answer comes too late for the last one.
+  ASSERT_TRUE(waiting.Send(R"({"command":"later"})"));
+  EXPECT_EQ(tests::ControlPeer(path).Ask("x").substr(0, 11), R"({"ok":false)");
+  EXPECT_TRUE(tests::ControlPeer(path).Send(R"({"command":"end"})"));
+  EXPECT_EQ(waiting.ReadLine(), R"({"ok":true})");
+  thread.join();
 }
 
 TEST_F(ControlLoopTest, MostClients_AllServed) {

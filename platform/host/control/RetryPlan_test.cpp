@@ -44,6 +44,14 @@ TEST(RetryPlan, FailuresForAMinute_Over) {
   EXPECT_EQ(now - kStart, milliseconds(65535));
 }
 
+TEST(RetryPlan, NoPause_OneAttempt) {
+  RetryPlan plan(milliseconds(0));
+  plan.Begin(kStart);
+  EXPECT_TRUE(plan.IsDue(kStart));
+  plan.Failed(kStart);
+  EXPECT_EQ(plan.Next(), std::nullopt);
+}
+
 TEST(RetryPlan, BegunAgain_FromTheFirstPause) {
   RetryPlan plan;
   plan.Begin(kStart);

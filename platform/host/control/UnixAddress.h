@@ -24,6 +24,7 @@ class UnixAddress {
 
   /// Lives as long as this object.
   [[nodiscard]] const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&address); }
+  /// Bytes of what Get gives; the path ends at its NUL byte.
   [[nodiscard]] static socklen_t Size() { return sizeof(sockaddr_un); }
 
  private:

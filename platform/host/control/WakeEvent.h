@@ -20,9 +20,10 @@ class WakeEvent {
   /// Readable from Raise to Clear.
   [[nodiscard]] int Descriptor() const { return event.Get(); }
 
-  /// Only a full counter refuses it, and that wakes as well.
+  /// Makes Descriptor readable. Only a full counter refuses it, and that is readable as well.
   void Raise() const noexcept { ::eventfd_write(event.Get(), 1); }
 
+  /// Forgets every Raise so far.
   void Clear() const noexcept {
     eventfd_t count = 0;
     ::eventfd_read(event.Get(), &count);
