@@ -112,10 +112,11 @@ TEST_F(Checkpoint, LateAgain_WarnedOncePerMinute) {
 }
 
 TEST_F(Checkpoint, LongCycle_WarnedOncePerCycle) {
-  record.Expect(CheckpointRule{1, seconds(100)}, begin);
+  record.Expect(CheckpointRule{2, seconds(100)}, begin);
+  ReachInTime(0);
   EXPECT_EQ(ReachedAt(300000), "200000 ms late, warned");
-  ReachInTime(500000);
-  EXPECT_EQ(ReachedAt(700001), "1 ms late, warned");
+  EXPECT_EQ(ReachedAt(399999), "249999 ms late");
+  EXPECT_EQ(ReachedAt(450001), "1 ms late, warned");
 }
 
 TEST_F(Checkpoint, SameRuleExpectedAgain_NothingChanges) {
@@ -130,6 +131,14 @@ TEST_F(Checkpoint, OtherRuleExpected_StartsAnew) {
   EXPECT_EQ(record.VerdictAt(At(22000)), Verdict::kStarting);
   EXPECT_EQ(record.VerdictAt(At(22001)), Verdict::kLate);
   EXPECT_EQ(record.Count(), 11U);
+}
+
+TEST_F(Checkpoint, OtherRuleExpected_FormerArrivalsForgotten) {
+  ReachEachSecondUntil(10);
+  record.Expect(CheckpointRule{2, seconds(2)}, At(20000));
+  ReachInTime(21000);
+  ReachInTime(22000);
+  EXPECT_EQ(record.VerdictAt(At(22001)), Verdict::kInTime);
 }
 
 TEST_F(Checkpoint, TimesOutOfOrder_AgeFromNewest) {
@@ -150,6 +159,12 @@ TEST_P(ManyIndications, AtTheirPace_InTimeAndThenLate) {
   const int last = 2 * indications * 1000;
   EXPECT_EQ(record.VerdictAt(At(last + 2000)), Verdict::kInTime);
   EXPECT_EQ(record.VerdictAt(At(last + 2001)), Verdict::kLate);
+}
+
+TEST_F(Checkpoint, ManyIndicationsAtOnce_NothingLateInFirstCycle) {
+  record.Expect(CheckpointRule{1000, seconds(1000)}, begin);
+  for (std::size_t count = 0; count < CheckpointRecord::kTimesLimit; ++count) ReachInTime(0);
+  ReachInTime(1000000);
 }
 
 INSTANTIATE_TEST_SUITE_P(, ManyIndications,

@@ -27,12 +27,11 @@ bool IsBeyondAscii(char byte) {
   return (static_cast<unsigned char>(byte) & 0x80U) != 0;
 }
 
-/// A line without an equals sign is a key whose value is itself, as the process reads it.
+/// A line without an equals sign is a key whose value is itself, as the process reads it. Comments
+/// and section headers become keys that nobody looks for.
 void AddLine(std::string_view line, Settings& settings) {
   std::string text;
   std::remove_copy_if(line.begin(), line.end(), std::back_inserter(text), IsBlank);
-  if (text.empty() || text.front() == '#') return;
-  if (text.front() == '[' && text.back() == ']') return;
   const auto equals = text.find('=');
   settings.emplace(text.substr(0, equals),
                    equals == std::string::npos ? text : text.substr(equals + 1));

@@ -1,10 +1,13 @@
 #include "platform/host/ara_phm/SupervisionFile.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 
+#include "support/UniqueFd.h"
+#include "tests/support/Deadline.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -129,11 +132,14 @@ TEST_F(SupervisionFilesOf, NoDirectory_Nothing) {
 }
 
 TEST_F(SupervisionFilesOf, WhatIsNoFile_PassedOver) {
+  const std::string pipe = directory.Path() + "/b-phm.ini";
   std::filesystem::create_directory(directory.Path() + "/a-phm.ini");
-  ASSERT_EQ(::mkfifo((directory.Path() + "/b-phm.ini").c_str(), 0600), 0);
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  support::UniqueFd writer(::open(pipe.c_str(), O_RDWR | O_CLOEXEC));
   std::filesystem::create_symlink("/none", directory.Path() + "/c-phm.ini");
   Write("d-phm.ini", kWhole);
-  EXPECT_THAT(Read(), ElementsAre("A 1 2 50 5"));
+  EXPECT_TRUE(tests::EndsInTime([&] { EXPECT_THAT(Read(), ElementsAre("A 1 2 50 5")); },
+                                [&] { writer = support::UniqueFd(); }));
 }
 
 TEST_F(SupervisionFilesOf, LinkToFile_Read) {

@@ -1,5 +1,6 @@
 #include "platform/host/ostra_tee/BundleList.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -9,6 +10,8 @@
 
 #include "platform/host/ostra_tee/TrustStoreDirectory.h"
 #include "platform/host/work_lock/WorkLock.h"
+#include "support/UniqueFd.h"
+#include "tests/support/Deadline.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -110,11 +113,14 @@ TEST_F(Bundles, ForeignFiles_LeftOut) {
 }
 
 TEST_F(Bundles, WhatIsNoFile_LeftOutOrFactory) {
+  const std::string pipe = directory.Path() + "/installed/b.pem";
   fs::create_directory(directory.Path() + "/installed/a.pem");
-  ASSERT_EQ(::mkfifo((directory.Path() + "/installed/b.pem").c_str(), 0600), 0);
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  support::UniqueFd writer(::open(pipe.c_str(), O_RDWR | O_CLOEXEC));
   fs::create_symlink("/none", directory.Path() + "/installed/c.pem");
   Write("factory/b.pem", kOne);
-  EXPECT_THAT(Listed(), ElementsAre("b factory 1"));
+  EXPECT_TRUE(tests::EndsInTime([&] { EXPECT_THAT(Listed(), ElementsAre("b factory 1")); },
+                                [&] { writer = support::UniqueFd(); }));
 }
 
 TEST_F(Bundles, TooLargeBundle_LeftOut) {
