@@ -9,6 +9,7 @@ import stat
 import pytest
 
 import lifecycle
+from bench import containers
 from bench.box import Bench
 from lifecycle import CONTROL_SOCKET, ENDED
 
@@ -173,6 +174,20 @@ def test_broker_that_goes_and_comes_is_told(unit, tmp_path):
 
 def broker(status):
     return status["broker"]["address"], status["broker"]["connected"]
+
+
+def test_installation_beside_a_process_shows_there_and_takes_nothing_over(provisioned, running, pki):
+    provisioned.write_switches()
+    provisioned.provision_root((pki / "root.pem").read_bytes())
+    certificate = (pki / "payload" / "00.der").read_bytes()
+    container = containers.build(containers.Signer.load(pki / "p256-3"), {"WEB": [certificate]},
+                                 ts="2026-01-02T03:04:05", container_id="TSC-1")
+    log = provisioned.install(container).log()
+    assert "info: Send Update Status to the Device Platform: STATUS_CODE_SUCCESS" in log
+    assert lifecycle.status(provisioned)["bundles"] == [{"name": "WEB", "from": "installed", "certificates": 1},
+                                                        {"name": "ZORA", "from": "factory", "certificates": 1}]
+    lifecycle.tool(provisioned, "connection", "4")
+    running.wait_for(STATE.format(4))
 
 
 def test_without_a_process_it_says_so(tool):
