@@ -31,13 +31,11 @@ constexpr unsigned kDeadlineS = 60;
 /// Confirms each state at once, on the thread of state management.
 class StateFollower : public ProcessLifecycleAdapterStateCallbackIf {
  public:
-  explicit StateFollower(ProcessLifecycleAdapterIf& lifecycleAdapter) : adapter(lifecycleAdapter) {}
   void ProcessLifecycleAdapterEnterState(ProcessState state, unsigned int sequence) override {
-    adapter.StateChanged(state, sequence);
+    adapter->StateChanged(state, sequence);
   }
 
- private:
-  ProcessLifecycleAdapterIf& adapter;
+  ProcessLifecycleAdapterIf* adapter = nullptr;  ///< which this object outlives
 };
 
 std::ptrdiff_t Count(const std::vector<std::string>& texts, const std::string& text) {
@@ -106,8 +104,9 @@ TEST_F(LifecycleStress, StateRequestsFromConstructionToEnd_EachConfirmedOrRefuse
   tests::FakeAra ara;
   const tests::Repeated requests([&ara] { ara.RequestState(1, "kPrepSD"); });
   for (int turn = 0; turn < kTurns; ++turn) {
+    StateFollower follower;
     ProcessLifecycleAdapterImpl adapter;
-    StateFollower follower(adapter);
+    follower.adapter = &adapter;
     if (turn % 2 == 0) ara.RequestDuringCreation(2, "kOn");
     adapter.Initialize("no-such-component", nullptr, &follower);
     adapter.NotifyInit("no-such-component", &follower);
@@ -118,8 +117,9 @@ TEST_F(LifecycleStress, StateRequestsFromConstructionToEnd_EachConfirmedOrRefuse
 
 TEST_F(LifecycleStress, ConfirmationsWhileClientIsReplaced_NoneMeetsOneThatEnded) {
   tests::FakeAra ara;
+  StateFollower follower;
   ProcessLifecycleAdapterImpl adapter;
-  StateFollower follower(adapter);
+  follower.adapter = &adapter;
   adapter.NotifyInit("no-such-component", &follower);
   {
     const tests::Repeated confirmations([&] { adapter.StateChanged(ProcessState::kOn, 1); });
@@ -144,8 +144,9 @@ int LiveUntilTold(int ready) {
       const bool isInstalled = real.installHandler(signal);
       return isInstalled && (signal == SIGPIPE || ::write(ready, "x", 1) == 1);
     };
+    StateFollower follower;
     ProcessLifecycleAdapterImpl adapter(nullptr, std::move(parts));
-    StateFollower follower(adapter);
+    follower.adapter = &adapter;
     adapter.Initialize("no-such-component", &owner, &follower);
     if (!events.WaitFor("terminate")) return 2;
   }

@@ -295,7 +295,8 @@ TEST_F(Supervision, ValueThatIsNoNumber_OneWarningAndAsIfMissing) {
   for (const char* key : {"supervision-entity-id", "checkpoint-id", "supervision-cycle",
                           "expected-alive-indications"}) {
     for (const char* value :
-         {"x12", "-", "+", ".5", "#1", "ten", "99999999999999999999", "-99999999999999999999"}) {
+         {"x12", "-", "+", ".5", "#1", "ten", "9223372036854775808", "-9223372036854775809",
+          "99999999999999999999", "-99999999999999999999"}) {
       SCOPED_TRACE(std::string(key) + "=" + value);
       const platform_host::CapturedLog lines;
       EXPECT_FALSE(StartWith({{key, value}}));

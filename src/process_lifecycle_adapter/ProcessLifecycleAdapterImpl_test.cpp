@@ -309,6 +309,15 @@ TEST_F(Termination, TerminateTwice_SecondDoesNothing) {
   EXPECT_THAT(LinesFrom("Terminate"), ElementsAre(kTerminateLine, kTerminateLine));
 }
 
+TEST_F(Termination, TerminateWhileOwnerIsTold_DoesNothing) {
+  owner.inTerminate = [this] { adapter->Terminate(); };
+  Make(0);
+  adapter->Initialize("unit", &owner);
+  adapter->Terminate();
+  EXPECT_EQ(Count("terminating"), 1);
+  EXPECT_EQ(Count("terminate"), 1);
+}
+
 TEST_F(Termination, WithoutCallback_Reported) {
   Make(0);
   adapter->Initialize("unit", nullptr);

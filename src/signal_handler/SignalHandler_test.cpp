@@ -301,6 +301,7 @@ TEST_F(FailingSystem, NoPipe_OneErrorLineAndSignalsIgnored) {
 }
 
 TEST_F(FailingSystem, NoDescriptorLeft_NoPipe) {
+  const SignalSystem real;
   support::UniqueFd readEnd;
   support::UniqueFd writeEnd;
   struct rlimit usual {};
@@ -308,8 +309,9 @@ TEST_F(FailingSystem, NoDescriptorLeft_NoPipe) {
   struct rlimit none = usual;
   none.rlim_cur = 0;
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-  EXPECT_FALSE(system.makePipe(readEnd, writeEnd));
+  const bool isMade = real.makePipe(readEnd, writeEnd);
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
+  EXPECT_FALSE(isMade);
   EXPECT_FALSE(readEnd.IsOpen());
   EXPECT_FALSE(writeEnd.IsOpen());
 }
