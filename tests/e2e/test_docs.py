@@ -80,7 +80,8 @@ class ControlClient(socketserver.StreamRequestHandler):
 
 def status_of_the_page():
     """The example of the status' parts."""
-    block = re.search(r"^```json\n(.*?)^```$", (DOCS / "host-platform.md").read_text(), re.DOTALL | re.MULTILINE)
+    section = (DOCS / "host-platform.md").read_text().partition("## Control socket\n")[2]
+    block = re.search(r"^```json\n(.*?)^```$", section, re.DOTALL | re.MULTILINE)
     return json.loads(block[1])
 
 
