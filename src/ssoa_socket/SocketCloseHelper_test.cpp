@@ -75,8 +75,13 @@ TEST_F(CloseHelper, ClosedByAnotherThread_EndsTheWaitsOfTwo) {
 }
 
 TEST_F(CloseHelper, PollFails_ItsResult) {
-  const tests::DescriptorLimit limit(1);  // fewer than it waits on: EINVAL
-  EXPECT_EQ(helper.Poll(-1), -1);
+  const SocketCloseHelper& watching = helper;
+  int result = 0;
+  {
+    const tests::DescriptorLimit limit(1);  // fewer than it waits on: EINVAL
+    result = watching.Poll(-1);
+  }
+  EXPECT_EQ(result, -1);
   EXPECT_THAT(log.Lines(), IsEmpty());
 }
 

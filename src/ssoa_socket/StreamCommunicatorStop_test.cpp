@@ -2,8 +2,12 @@
 // comes.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
@@ -111,10 +115,12 @@ TEST_F(ConnectedStop, DuringWriteThatNobodyReads_EndsIt) {
 
 TEST_F(CommunicatorStop, WithoutAPipe_TheSocketItselfEndsTheRead) {
   tests::ConnectedPair pair = tests::MakeConnectedPair();
+  std::unique_ptr<StreamCommunicator> made;
   {
     const tests::DescriptorLimit full(tests::DescriptorLimit::Used());
-    communicator = std::make_unique<StreamCommunicator>(std::move(pair.ours), -1, "Name: ");
+    made = std::make_unique<StreamCommunicator>(std::move(pair.ours), -1, "Name: ");
   }
+  communicator = std::move(made);
   WaitingThread<Bytes> reader([this] { return communicator->ReadNBytes(1); });
   ASSERT_TRUE(reader.Waits());
   communicator->Disconnect();
@@ -150,14 +156,31 @@ TEST_F(CommunicatorStop, NumberReusedAtOnce_TheReaderNeverReadsTheOtherFile) {
   EXPECT_EQ(tests::OpenDescriptors(), before);
 }
 
-TEST_F(ConnectedStop, WhileAnOperationStillRuns_TheDescriptorIsClosedAfterIt) {
-  // An operation that believes it may read, and finds nothing: it stays inside recv.
-  WaitingThread<Bytes> reader([&] {
-    PlannedPoll::OfThread().results = {1};
-    return communicator->ReadNBytes(1);
-  });
+std::atomic<int> gate{-1};
+std::atomic<bool> isHeldUp{false};
+
+/// Holds `thread` up inside the system call that it waits in, until a byte comes on `descriptor`.
+void HoldUp(pthread_t thread, int descriptor) {
+  gate = descriptor;
+  struct sigaction action {};
+  action.sa_handler = [](int) {
+    isHeldUp = true;
+    char byte = 0;
+    static_cast<void>(!::read(gate, &byte, 1));
+  };
+  ::sigaction(SIGUSR2, &action, nullptr);
+  ::pthread_kill(thread, SIGUSR2);
+  ASSERT_TRUE(tests::Eventually([] { return isHeldUp.load(); }));
+}
+
+TEST_F(ConnectedStop, WhileAnOperationIsHeldUp_TheDescriptorStaysItsOwn) {
+  const tests::ConnectedPair release = tests::MakeConnectedPair();
+  WaitingThread<Bytes> reader([this] { return communicator->ReadNBytes(1); });
   ASSERT_TRUE(reader.Waits());
+  HoldUp(reader.Thread(), release.ours.Get());
   communicator->Disconnect();
+  EXPECT_EQ(::fcntl(handle, F_GETFD), FD_CLOEXEC) << "closed under the reader";
+  ASSERT_TRUE(tests::SendAll(release.theirs.Get(), "x"));
   ASSERT_TRUE(reader.Ends());
   EXPECT_THAT(reader.Get(), IsEmpty());
   EXPECT_EQ(::fcntl(handle, F_GETFD), -1) << "closed once the reader has left";
