@@ -7,8 +7,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <functional>
+#include <future>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "signal_handler/SignalHandler.h"
@@ -20,6 +23,9 @@ namespace signal_handler {
 namespace {
 
 constexpr int kTurns = 100;
+
+/// Called once, before the next write(2) of the thread, unless null.
+thread_local const std::function<void()>* gBeforeWrite = nullptr;
 
 /// A pipe that takes over the lowest free descriptor numbers.
 class Victim {
@@ -77,5 +83,41 @@ TEST(SignalStress, TerminationsAtAnyInstant_ActionAtMostOncePerHandler) {
   EXPECT_EQ(tests::OpenDescriptors(), before);
 }
 
+TEST(SignalStress, HandlerStoppedBeforeItsWrite_EndWaitsForIt) {
+  const tests::KeptSignals former;
+  const platform_host::CapturedLog log;
+  auto handler = std::make_unique<SignalHandler>([] {});
+  std::promise<void> entered;
+  std::promise<void> leave;
+  std::thread signalled([&] {
+    const std::function<void()> stop = [&] {
+      entered.set_value();
+      leave.get_future().wait();
+    };
+    gBeforeWrite = &stop;
+    HandleSignal(SIGPIPE);
+  });
+  entered.get_future().wait();
+  std::thread end([&] { handler.reset(); });
+  // Turns enough for an end that does not wait.
+  for (int turn = 0; turn < 10'000 && log.Lines().empty(); ++turn) std::this_thread::yield();
+  EXPECT_THAT(log.Lines(), ::testing::IsEmpty());
+  leave.set_value();
+  signalled.join();
+  end.join();
+  EXPECT_EQ(log.Lines().front(), "info: SignalHandler: Signal 13 caught");
+}
+
 }  // namespace
 }  // namespace signal_handler
+
+// The names that the linker's --wrap asks for.
+extern "C" {
+ssize_t __real_write(int fd, const void* bytes, size_t size);  // NOLINT: the linker's name
+ssize_t __wrap_write(int fd, const void* bytes, size_t size);  // NOLINT: the linker's name
+
+ssize_t __wrap_write(int fd, const void* bytes, size_t size) {  // NOLINT: the linker's name
+  if (const auto* before = std::exchange(signal_handler::gBeforeWrite, nullptr)) (*before)();
+  return __real_write(fd, bytes, size);
+}
+}
