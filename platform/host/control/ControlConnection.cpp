@@ -27,7 +27,12 @@ ControlConnection::ControlConnection(support::UniqueFd client, ControlBoard& off
 
 short ControlConnection::NeedsNow() const {
   if (HasOutput()) return POLLOUT;
-  return IsAwaitingAnswer() || isInputOver ? 0 : POLLIN;
+  return IsAwaitingAnswer() || isInputOver || HasRequest() ? 0 : POLLIN;
+}
+
+bool ControlConnection::HasRequest() const {
+  return !isFinished && !IsAwaitingAnswer() && !HasOutput() &&
+         input.find('\n') != std::string::npos;
 }
 
 void ControlConnection::Serve(short ready) {
@@ -38,17 +43,15 @@ void ControlConnection::Serve(short ready) {
     return;
   }
   if (ready != 0 && NeedsNow() == POLLIN) Read();
-  do {
-    TakeAnswer();
-    Send();
-  } while (!isFinished && ServeNextLine());
-  // The end is read only while no answer is awaited.
+  SendAnswer();
+  ServeNextLine();
+  SendAnswer();
+  // The end is read only while no request is there and no answer is awaited.
   if (isInputOver && !HasOutput()) isFinished = true;
 }
 
 void ControlConnection::Finish() {
-  TakeAnswer();
-  Send();
+  SendAnswer();
 }
 
 void ControlConnection::Read() {
@@ -63,22 +66,26 @@ void ControlConnection::Read() {
   }
 }
 
-bool ControlConnection::ServeNextLine() {
-  if (IsAwaitingAnswer() || HasOutput()) return false;
+void ControlConnection::ServeNextLine() {
+  if (isFinished || IsAwaitingAnswer() || HasOutput()) return;
   const auto end = input.find('\n');
   if (end == std::string::npos) {
-    if (input.size() <= kMaxLineBytes) return false;
+    if (input.size() <= kMaxLineBytes) return;
     input.clear();
     isInputOver = true;
     output = kLineTooLong;
-    return true;
+    return;
   }
   const std::string line = input.substr(0, end);
   input.erase(0, end + 1);
   pending = std::make_shared<AnswerSlot>(wake);
   board.Serve(line,
               ControlReply([slot = pending](std::string answer) { slot->Put(std::move(answer)); }));
-  return true;
+}
+
+void ControlConnection::SendAnswer() {
+  TakeAnswer();
+  Send();
 }
 
 void ControlConnection::TakeAnswer() {

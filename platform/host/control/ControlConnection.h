@@ -30,11 +30,16 @@ class ControlConnection {
 
   [[nodiscard]] int Descriptor() const { return socket.Get(); }
 
-  /// What poll(2) has to wait for; 0 while an answer is awaited.
+  /// What poll(2) has to wait for; 0 while an answer is awaited, and where there is no need to
+  /// wait.
   [[nodiscard]] short NeedsNow() const;
 
-  /// Does what can be done now; `ready` is what poll(2) tells. Does not block but for offers of the
-  /// board. Throws std::bad_alloc: the connection is of no use then.
+  /// Whether the next request is there and can be served without waiting.
+  [[nodiscard]] bool HasRequest() const;
+
+  /// Does what can be done now, but serves one request at most: whoever sends many at once does not
+  /// keep others waiting for all of them. `ready` is what poll(2) tells. Does not block but for
+  /// offers of the board. Throws std::bad_alloc: the connection is of no use then.
   void Serve(short ready);
 
   /// Sends what is there of an answer, as far as the client takes it at once. Serves nothing more.
@@ -50,13 +55,13 @@ class ControlConnection {
   /// Takes bytes from the socket, up to one above the longest line.
   void Read();
 
-  /// Begins the next request, if there is one. Returns whether there was.
-  [[nodiscard]] bool ServeNextLine();
+  /// Begins the next request, if there is one.
+  void ServeNextLine();
 
-  /// Fetches the answer to the request under way, if it is there.
+  /// Fetches the answer to the request under way, if it is there, and sends what the client takes
+  /// at once.
+  void SendAnswer();
   void TakeAnswer();
-
-  /// Sends what the client takes at once.
   void Send();
 
   [[nodiscard]] bool IsAwaitingAnswer() const { return pending != nullptr; }

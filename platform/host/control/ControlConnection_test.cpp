@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <string>
@@ -34,11 +35,17 @@ class ControlConnectionTest : public ::testing::Test {
  protected:
   /// Serves what is ready now, until nothing is.
   void ServeReady() {
-    for (;;) {
-      pollfd wait{connection.Descriptor(), connection.NeedsNow(), 0};
-      if (connection.IsFinished() || ::poll(&wait, 1, 0) == 0) return;
-      connection.Serve(wait.revents);
+    while (ServeOnce()) {
     }
+  }
+
+  /// Returns false when nothing is ready.
+  bool ServeOnce() {
+    pollfd wait{connection.Descriptor(), connection.NeedsNow(), 0};
+    const bool isReady = ::poll(&wait, 1, 0) == 1 || connection.HasRequest();
+    if (connection.IsFinished() || !isReady) return false;
+    connection.Serve(wait.revents);
+    return true;
   }
 
   std::string Ask(const std::string& line) {
@@ -102,6 +109,32 @@ TEST_F(ControlConnectionTest, SeveralRequestsAtOnce_AnsweredInOrder) {
   EXPECT_EQ(client.ReadLine(), kEmptyStatus);
 }
 
+TEST_F(ControlConnectionTest, SeveralRequestsAtOnce_OneServedEachTime) {
+  int calls = 0;
+  const auto counting = board.OfferCommand("count", [&calls](const json&, const ControlReply& to) {
+    ++calls;
+    to.Answer({});
+  });
+  const std::string count = R"({"command":"count"})";
+  ASSERT_TRUE(client.Send(count + '\n' + count));
+  ASSERT_TRUE(ServeOnce());
+  EXPECT_EQ(calls, 1);
+  EXPECT_TRUE(connection.HasRequest());
+  ASSERT_TRUE(ServeOnce());
+  EXPECT_EQ(calls, 2);
+  EXPECT_FALSE(connection.HasRequest());
+  EXPECT_FALSE(ServeOnce());
+}
+
+TEST_F(ControlConnectionTest, AsManyRequestsAsAreReadAtOnce_AllAnswered) {
+  const std::string lines(ControlConnection::kMaxLineBytes + 1, '\n');
+  ASSERT_TRUE(tests::SendAll(client.Descriptor(), lines));
+  std::string answers;
+  while (ServeOnce()) answers += ReadNow();
+  EXPECT_EQ(std::count(answers.begin(), answers.end(), '\n'), lines.size());
+  EXPECT_FALSE(connection.IsFinished());
+}
+
 TEST_F(ControlConnectionTest, UnusableLine_ErrorAndConnectionStays) {
   EXPECT_EQ(Ask("\xFF"), R"({"ok":false,"error":"the request is not JSON in UTF-8"})");
   EXPECT_EQ(Ask("[]"), R"({"ok":false,"error":"the request is not an object"})");
@@ -149,6 +182,7 @@ TEST_F(ControlConnectionTest, LinesDuringARequest_WaitForItsAnswer) {
   kept->Answer({});
   connection.Serve(0);
   EXPECT_EQ(client.ReadLine(), R"({"ok":true})");
+  ServeReady();
   EXPECT_EQ(client.ReadLine(), kEmptyStatus);
 }
 

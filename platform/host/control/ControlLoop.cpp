@@ -102,6 +102,10 @@ void ControlLoop::ServeRound() {
 }
 
 int ControlLoop::TimeToWait(TimePoint now) const {
+  const bool isRequestThere =
+      std::any_of(connections.begin(), connections.end(),
+                  [](const auto& connection) { return connection->HasRequest(); });
+  if (isRequestThere) return 0;
   std::optional<TimePoint> next = acceptAgain;
   if (const auto attempt = lockAttempts.Next()) next = next ? std::min(*next, *attempt) : attempt;
   if (!next) return -1;

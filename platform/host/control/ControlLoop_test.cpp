@@ -233,6 +233,49 @@ TEST_F(ControlLoopTest, AnswerJustBeforeTheEnd_Sent) {
   thread.join();
 }
 
+TEST_F(ControlLoopTest, ManyRequestsOfOneClient_AnotherServedBetween) {
+  ControlBoard board;
+  std::vector<std::string> served;
+  const auto offer =
+      board.OfferCommand("note", [&served](const json& request, const ControlReply& reply) {
+        served.push_back(request.at("by"));
+        reply.Answer({});
+      });
+  ControlLoop loop(path, board);
+  ASSERT_FALSE(loop.Open());
+  // Both are there before anybody is served.
+  const tests::ControlPeer busy(path);
+  std::string requests;
+  for (int count = 0; count < 100; ++count)
+    requests += R"({"command":"note","by":"busy"})"
+                "\n";
+  ASSERT_TRUE(tests::SendAll(busy.Descriptor(), requests));
+  const tests::ControlPeer other(path);
+  ASSERT_TRUE(other.Send(R"({"command":"note","by":"other"})"));
+  std::thread thread = support::StartThread(kThreadName, [&loop] { loop.Run(); });
+  EXPECT_EQ(other.ReadLine(), R"({"ok":true})");
+  for (int count = 0; count < 100; ++count) EXPECT_EQ(busy.ReadLine(), R"({"ok":true})");
+  loop.Stop();
+  thread.join();
+  ASSERT_EQ(served.size(), 101U);
+  EXPECT_EQ(served[1], "other");
+}
+
+TEST_F(ControlLoopTest, StoppedAmongManyRequestsOfOneClient_NoneServedAfterwards) {
+  ControlBoard board;
+  ControlLoop loop(path, board);
+  int calls = 0;
+  const auto end = board.OfferCommand("end", [&](const json&, const ControlReply&) {
+    ++calls;
+    loop.Stop();
+  });
+  ASSERT_FALSE(loop.Open());
+  const tests::ControlPeer client(path);
+  ASSERT_TRUE(client.Send(std::string(R"({"command":"end"})") + "\n" + R"({"command":"end"})"));
+  support::StartThread(kThreadName, [&loop] { loop.Run(); }).join();
+  EXPECT_EQ(calls, 1);
+}
+
 TEST_F(ControlLoopTest, MostClients_AllServed) {
   const RunningLoop running(path, 1);
   std::vector<tests::ControlPeer> clients;
