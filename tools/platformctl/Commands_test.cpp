@@ -18,6 +18,7 @@ namespace {
 class CommandsTest : public ::testing::Test {
  protected:
   [[nodiscard]] std::future<void> AnswerOnce(const std::string& answer) {
+    listener.reset();  // of the answer before: the path is free then
     auto opened = platform_host::ControlListener::Open(path);
     EXPECT_TRUE(opened.Ok());
     listener = std::move(opened).Take();

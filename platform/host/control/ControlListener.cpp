@@ -13,11 +13,23 @@ namespace {
 
 constexpr mode_t kMode = 0600;
 
+/// What connecting to `path` gives, 0 or an errno: ECONNREFUSED when nobody listens there.
+int TryToConnect(const std::string& path) {
+  const support::UniqueFd client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const UnixAddress address(path);
+  if (!client.IsOpen()) return errno;
+  return ::connect(client.Get(), address.Get(), UnixAddress::Size()) == 0 ? 0 : errno;
+}
+
 /// Removes what a killed process has left. Returns 0 or an errno.
 int RemoveStaleSocket(const std::string& path) {
   struct stat found {};
   if (::lstat(path.c_str(), &found) != 0) return errno == ENOENT ? 0 : errno;
   if (!S_ISSOCK(found.st_mode)) return EEXIST;
+  const int error = TryToConnect(path);
+  if (error == 0 || error == EAGAIN) return EADDRINUSE;
+  // Above all another kind of socket: whose, nobody knows.
+  if (error != ECONNREFUSED && error != ENOENT) return error;
   return ::unlink(path.c_str()) == 0 || errno == ENOENT ? 0 : errno;
 }
 
@@ -30,6 +42,12 @@ Result<std::unique_ptr<ControlListener>> ControlListener::Open(const std::string
   if (error == 0) error = listener->Listen();
   if (error != 0) return Error::OfErrno(error).WithContext(path);
   return listener;
+}
+
+bool ControlListener::IsServed(const std::string& path) {
+  if (path.size() > kMaxSocketPathBytes) return false;
+  const int error = TryToConnect(path);
+  return error == 0 || error == EAGAIN;
 }
 
 int ControlListener::Listen() {

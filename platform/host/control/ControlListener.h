@@ -1,5 +1,5 @@
 /// The socket that clients of the control socket connect to. For ControlLoop, once it holds the
-/// SocketLock: so whatever is left at the path is nobody's. One thread at a time.
+/// SocketLock. One thread at a time.
 #ifndef PLATFORM_HOST_CONTROL_CONTROLLISTENER_H
 #define PLATFORM_HOST_CONTROL_CONTROLLISTENER_H
 
@@ -19,10 +19,16 @@ class ControlListener {
   /// Connections that the system keeps until they are accepted.
   static constexpr int kBacklog = 16;
 
-  /// Listens at `path`, an absolute path in a directory that exists. The socket of a process that
-  /// was killed is replaced; anything else there is left alone. The mode is 0600 from the first
-  /// instant, whatever the umask. Fails with "PATH: reason". Does not block.
+  /// Listens at `path`, an absolute path in a directory that exists. A socket at which
+  /// nobody listens, as a killed process leaves it, is replaced; anything else there is left alone.
+  /// The mode is 0600 from the first instant, whatever the umask. Fails with "PATH: reason". Does
+  /// not block.
   static Result<std::unique_ptr<ControlListener>> Open(const std::string& path);
+
+  /// Whether some process listens at `path`. Its lock may have been lost: a lock file can be
+  /// removed under its holder; or the process is just being killed, and the system has not closed
+  /// its socket yet. Connects, so that process may notice. Does not block.
+  [[nodiscard]] static bool IsServed(const std::string& path);
 
   ~ControlListener();
   ControlListener(const ControlListener&) = delete;

@@ -1,12 +1,14 @@
 #include "platform/host/control/ControlListener.h"
 
 #include <gmock/gmock.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <filesystem>
 
 #include "platform/host/config/HostKeys.h"
+#include "platform/host/control/UnixAddress.h"
 #include "tests/support/ControlPeer.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -80,8 +82,32 @@ TEST_F(ControlListenerTest, SocketOfAKilledProcess_Replaced) {
   EXPECT_EQ(tests::ControlPeer(path).ConnectError(), 0);
 }
 
+TEST_F(ControlListenerTest, SocketAtWhichSomebodyListens_LeftAlone) {
+  const auto first = MustOpen();
+  EXPECT_TRUE(ControlListener::IsServed(path));
+  EXPECT_EQ(FailureToOpen(), path + ": Address already in use");
+  EXPECT_EQ(tests::ControlPeer(path).ConnectError(), 0);
+}
+
+TEST_F(ControlListenerTest, NobodyListens_NotServed) {
+  EXPECT_FALSE(ControlListener::IsServed(path));
+  tests::WriteText(path, "precious");
+  EXPECT_FALSE(ControlListener::IsServed(path));
+  path += std::string(kMaxSocketPathBytes + 1 - path.size(), 'x');
+  EXPECT_FALSE(ControlListener::IsServed(path));
+}
+
+TEST_F(ControlListenerTest, SocketOfAnotherKind_LeftAlone) {
+  const support::UniqueFd other(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const UnixAddress address(path);
+  ASSERT_EQ(::bind(other.Get(), address.Get(), UnixAddress::Size()), 0);
+  EXPECT_EQ(FailureToOpen(), path + ": Protocol wrong type for socket");
+  EXPECT_TRUE(std::filesystem::is_socket(path));
+}
+
 TEST_F(ControlListenerTest, SocketOfAnotherAtThePath_LeftAtTheEnd) {
   auto first = MustOpen();
+  std::filesystem::remove(path);
   const auto second = MustOpen();
   first.reset();
   EXPECT_EQ(tests::ControlPeer(path).ConnectError(), 0);

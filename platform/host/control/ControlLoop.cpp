@@ -44,15 +44,23 @@ ControlLoop::ControlLoop(std::string socketPath, ControlBoard& offers, RetryPlan
 
 std::optional<Error> ControlLoop::Open() {
   if (!wake->IsOpen()) return Error::OfErrno(EMFILE).WithContext(path);
+  if (auto failure = ListenIfFree()) return failure;
+  if (listener) return std::nullopt;
+  CSCLogging::LogInfo(Entry("another process serves ") << path << "; this one waits for its end");
+  lockAttempts.Begin(steady_clock::now());
+  return std::nullopt;
+}
+
+std::optional<Error> ControlLoop::ListenIfFree() {
   const int error = lock.Acquire();
-  if (error == EAGAIN) {
-    CSCLogging::LogInfo(Entry("another process serves ") << path << "; this one waits for its end");
-    lockAttempts.Begin(steady_clock::now());
-    return std::nullopt;
-  }
+  if (error == EAGAIN) return std::nullopt;
   if (error != 0) return Error::OfErrno(error).WithContext(path + ".lock");
+  if (ControlListener::IsServed(path)) return std::nullopt;
   auto opened = ControlListener::Open(path);
-  if (!opened.Ok()) return opened.Failure();
+  if (!opened.Ok()) {
+    lock.Release();
+    return opened.Failure();
+  }
   listener = std::move(opened).Take();
   return std::nullopt;
 }
@@ -114,24 +122,21 @@ int ControlLoop::TimeToWait(TimePoint now) const {
 }
 
 void ControlLoop::TryToServe(TimePoint now) {
-  int error = lock.Acquire();
-  if (error == EAGAIN) {
-    lockAttempts.Failed(now);
+  const auto failure = ListenIfFree();
+  if (listener) {
+    lockAttempts.End();
+    CSCLogging::LogInfo(Entry("serves ") << path << " in place of a process that has ended");
     return;
   }
-  lockAttempts.End();
-  if (error != 0) {
-    CSCLogging::LogError(Entry(path) << ".lock: " << support::ErrorText(error));
-    return;
-  }
-  auto opened = ControlListener::Open(path);
-  if (!opened.Ok()) {
-    CSCLogging::LogError(Entry(opened.Failure().Text()));
+  // What the system lacks may come back, so that is tried again too.
+  lockAttempts.Failed(now);
+  if (failure && !isTakeoverFailing) CSCLogging::LogError(Entry(failure->Text()));
+  isTakeoverFailing = failure.has_value();
+  if (!failure && lock.Descriptor() < 0 && !lockAttempts.Next()) {
+    // Nothing tells when that one ends; whoever comes then shall find the lock free.
     lock.Release();
-    return;
+    CSCLogging::LogError(Entry(path) << ": a process that does not hold the lock serves there");
   }
-  listener = std::move(opened).Take();
-  CSCLogging::LogInfo(Entry("serves ") << path << " in place of a process that has ended");
 }
 
 void ControlLoop::AcceptClients(TimePoint now) {

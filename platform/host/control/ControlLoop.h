@@ -54,7 +54,10 @@ class ControlLoop {
   /// Milliseconds, -1: for ever.
   [[nodiscard]] int TimeToWait(TimePoint now) const;
 
-  /// Listens if no other process does.
+  /// Listens if no other process does: then there is a listener. Returns why nobody serves.
+  [[nodiscard]] std::optional<Error> ListenIfFree();
+
+  /// One attempt to take the place of a process that has ended.
   void TryToServe(TimePoint now);
 
   void AcceptClients(TimePoint now);
@@ -75,6 +78,7 @@ class ControlLoop {
   std::unique_ptr<ControlListener> listener;  ///< while this process serves
   std::optional<TimePoint> acceptAgain;       ///< during the pause
   bool isAcceptFailing = false;
+  bool isTakeoverFailing = false;
   std::vector<std::unique_ptr<ControlConnection>> connections;
 };
 

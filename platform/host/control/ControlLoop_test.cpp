@@ -7,11 +7,14 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "platform/host/control/SocketLock.h"
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "support/FileContents.h"
 #include "support/UniqueFd.h"
@@ -196,6 +199,47 @@ TEST_F(ControlLoopTest, LockFileClosedLongAfterTheStart_TriedAgain) {
   // The lock is free for certain now, and the file is closed once more.
   EXPECT_EQ(tests::ReadText(path + ".lock"), "");
   EXPECT_TRUE(IsServedBy(1));
+}
+
+TEST_F(ControlLoopTest, LockFileRemovedUnderTheProcess_NotTakenOverBeforeItsEnd) {
+  auto serving = std::make_unique<RunningLoop>(path, 1);
+  std::filesystem::remove(path + ".lock");
+  const RunningLoop waiting(path, 2);
+  EXPECT_THAT(log.Lines(), ElementsAre("info: libhost_control: another process serves " + path +
+                                       "; this one waits for its end"));
+  EXPECT_EQ(Ask(), StatusOf(1));
+  serving.reset();
+  EXPECT_TRUE(IsServedBy(2));
+}
+
+TEST_F(ControlLoopTest, LockFileRemovedWhileOneWaits_NotTakenOver) {
+  const RunningLoop serving(path, 1);
+  const RunningLoop waiting(path, 2, RetryPlan(std::chrono::milliseconds(0)));
+  log.Clear();
+  std::filesystem::remove(path + ".lock");
+  EXPECT_TRUE(tests::Eventually([&] { return !log.Lines().empty(); }));
+  EXPECT_THAT(log.Lines(), ElementsAre("error: libhost_control: " + path +
+                                       ": a process that does not hold the lock serves there"));
+  EXPECT_EQ(Ask(), StatusOf(1));
+  // Given up, and left to others.
+  SocketLock next(path + ".lock");
+  EXPECT_EQ(next.Acquire(), 0);
+}
+
+TEST_F(ControlLoopTest, PathInTheWayAtTheTakeover_TriedAgainAndToldOnce) {
+  auto serving = std::make_unique<RunningLoop>(path, 1);
+  const RunningLoop waiting(path, 2);
+  std::filesystem::remove(path);
+  tests::WriteText(path, "precious");
+  log.Clear();
+  serving.reset();
+  EXPECT_TRUE(tests::Eventually([&] { return !log.Lines().empty(); }));
+  std::filesystem::remove(path);
+  EXPECT_TRUE(IsServedBy(2));
+  EXPECT_TRUE(tests::Eventually([&] { return log.Lines().size() > 1; }));
+  EXPECT_THAT(log.Lines(), ElementsAre("error: libhost_control: " + path + ": File exists",
+                                       "info: libhost_control: serves " + path +
+                                           " in place of a process that has ended"));
 }
 
 TEST_F(ControlLoopTest, ProcessesRaceAtTheStart_OneServesThenTheOther) {
