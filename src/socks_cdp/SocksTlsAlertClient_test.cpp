@@ -4,8 +4,10 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "platform/host/csc_logging/CapturedLog.h"
+#include "tests/doubles/PlannedPoll.h"
 #include "tests/support/AlertProxy.h"
 #include "tests/support/FreshUnit.h"
 
@@ -38,6 +40,25 @@ TEST(AlertClientOfTheUnit, Started_ListensToTheProxyUntilStopped) {
     EXPECT_TRUE(callback.events.WaitFor("46 id"));
     client.StopListening();
     EXPECT_TRUE(tests::IsAtEnd(connection.Get()));
+  });
+}
+
+TEST(AlertClientOfTheUnit, Listening_WaitsForAlertsWithoutLimit) {
+  tests::RunOnFreshUnit([] {
+    const platform_host::CapturedLog log;
+    std::filesystem::create_directories(std::filesystem::path(kPath).parent_path());
+    const tests::AlertProxy proxy(kPath);
+    std::vector<int> timeouts;
+    tests::RecordingAlertCallback callback(
+        [&timeouts] { timeouts = tests::PlannedPoll::OfThread().timeouts; });
+    {
+      SocksTlsAlertClient client;
+      ASSERT_EQ(client.StartListening(&callback), kListeningStarted);
+      const auto connection = proxy.AcceptListener();
+      ASSERT_TRUE(tests::SendAll(connection.Get(), tests::AlertMessage("id", 46)));
+      EXPECT_TRUE(callback.events.WaitFor("46 id"));
+    }
+    EXPECT_THAT(timeouts, ElementsAre(-1, -1, -1, -1)) << "type, length, text and code";
   });
 }
 
