@@ -17,7 +17,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr unsigned char kClosedMessage = 1;
+/// What waits in the pipe once the socket is given up.
+constexpr unsigned char CLOSED_MSG = 1;
 
 /// What is left of a timeout, for poll(2).
 int RemainingMs(steady_clock::time_point deadline) {
@@ -61,7 +62,7 @@ int SocketCloseHelper::Poll(int timeoutMs) const {
 void SocketCloseHelper::SocketClosed() const {
   if (!writeEnd.IsOpen()) return;
   // A pipe that is full says the same already.
-  static_cast<void>(!::write(writeEnd.Get(), &kClosedMessage, sizeof kClosedMessage));
+  static_cast<void>(!::write(writeEnd.Get(), &CLOSED_MSG, sizeof CLOSED_MSG));
 }
 
 }  // namespace ssoa_socket
