@@ -1,9 +1,11 @@
 #include "socks_cdp/Listening.h"
 
+#include <utility>
+
 namespace socks_cdp {
 
-Listening::Listening(SocksTlsAlertClientCallbackIf* listeningCallback)
-    : callback(listeningCallback) {}
+Listening::Listening(SocksTlsAlertClientCallbackIf* listeningCallback, Clock clock)
+    : now(std::move(clock)), callback(listeningCallback) {}
 
 void Listening::Stop() {
   {
@@ -43,10 +45,18 @@ void Listening::Drop() {
 }
 
 void Listening::Pause(std::chrono::milliseconds duration) {
+  const auto deadline = now() + duration;
+  for (auto time = now(); time < deadline; time = now()) {
+    if (!WaitForStop(deadline - time)) return;
+  }
+}
+
+bool Listening::WaitForStop(std::chrono::nanoseconds duration) {
   const auto deadline = std::chrono::steady_clock::now() + duration;
   const support::MutexLock lock(mutex);
   while (running && stopped.WaitUntil(mutex, deadline)) {
   }
+  return running;
 }
 
 }  // namespace socks_cdp

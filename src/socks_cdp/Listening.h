@@ -5,6 +5,7 @@
 #define SOCKS_CDP_LISTENING_H
 
 #include <chrono>
+#include <functional>
 #include <memory>
 
 #include "socks_cdp/SocksTlsAlertClientCallbackIf.h"
@@ -16,8 +17,11 @@ namespace socks_cdp {
 /// Runs from construction until Stop, and never again.
 class Listening {
  public:
-  /// Tells `listeningCallback`, which may be null.
-  explicit Listening(SocksTlsAlertClientCallbackIf* listeningCallback);
+  using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
+  /// Tells `listeningCallback`, which may be null. Takes the time from `clock`.
+  explicit Listening(SocksTlsAlertClientCallbackIf* listeningCallback,
+                     Clock clock = std::chrono::steady_clock::now);
 
   /// Ends it: wakes Pause and disconnects the connection held. Again: nothing.
   void Stop() EXCLUDES(mutex);
@@ -35,10 +39,15 @@ class Listening {
   /// Disconnects the connection held, if there is one.
   void Drop() EXCLUDES(mutex);
 
-  /// Waits for `duration`, or until Stop.
+  /// Waits until `duration` has passed on the clock, or until Stop.
   void Pause(std::chrono::milliseconds duration) EXCLUDES(mutex);
 
  private:
+  /// Waits for the end of all, and not longer than `duration`. Returns whether it still runs.
+  [[nodiscard]] bool WaitForStop(std::chrono::nanoseconds duration) EXCLUDES(mutex);
+
+  const Clock now;
+
   mutable support::Mutex mutex;
   support::ConditionVariable stopped;
   bool running GUARDED_BY(mutex) = true;

@@ -40,8 +40,8 @@ void Tell(const Listening& listening, Call call) {
 
 SocksTlsAlertClientImpl::SocksTlsAlertClientImpl(
     std::shared_ptr<ssoa_socket::StreamClientConnectorIf> streamConnector,
-    std::chrono::milliseconds pause)
-    : connector(std::move(streamConnector)), reconnectPause(pause) {}
+    std::chrono::milliseconds pause, Listening::Clock clock)
+    : connector(std::move(streamConnector)), reconnectPause(pause), now(std::move(clock)) {}
 
 SocksTlsAlertClientImpl::~SocksTlsAlertClientImpl() {
   SocksTlsAlertClientImpl::StopListening();
@@ -79,7 +79,7 @@ void SocksTlsAlertClientImpl::StopListening() {
 
 std::shared_ptr<Listening> SocksTlsAlertClientImpl::Begin(SocksTlsAlertClientCallbackIf* callback,
                                                           std::thread& former) {
-  auto listening = std::make_shared<Listening>(callback);
+  auto listening = std::make_shared<Listening>(callback, now);
   const support::MutexLock lock(mutex);
   // Stopped before its thread was there: that thread has to be joined like any other.
   while (isStarting && !current) startEnded.Wait(mutex);

@@ -24,10 +24,11 @@ class SocksTlsAlertClientImpl final : public SocksTlsAlertClientIf,
   /// After a failed attempt to connect. A lost connection is made again without a pause.
   static constexpr std::chrono::seconds kReconnectPause{10};
 
-  /// `pause` is shorter in tests. REQUIRES: `streamConnector` is not empty.
+  /// `pause` and `clock` are others in tests. REQUIRES: `streamConnector` is not empty.
   explicit SocksTlsAlertClientImpl(
       std::shared_ptr<ssoa_socket::StreamClientConnectorIf> streamConnector,
-      std::chrono::milliseconds pause = kReconnectPause);
+      std::chrono::milliseconds pause = kReconnectPause,
+      Listening::Clock clock = std::chrono::steady_clock::now);
   ~SocksTlsAlertClientImpl() override;
   SocksTlsAlertClientImpl(const SocksTlsAlertClientImpl&) = delete;
   SocksTlsAlertClientImpl& operator=(const SocksTlsAlertClientImpl&) = delete;
@@ -65,6 +66,7 @@ class SocksTlsAlertClientImpl final : public SocksTlsAlertClientIf,
   // Constant after construction.
   const std::shared_ptr<ssoa_socket::StreamClientConnectorIf> connector;
   const std::chrono::milliseconds reconnectPause;
+  const Listening::Clock now;
 
   support::Mutex mutex;
   support::ConditionVariable startEnded;

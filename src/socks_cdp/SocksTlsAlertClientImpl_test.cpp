@@ -6,11 +6,13 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <memory>
 #include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/host/csc_logging/CapturedLog.h"
@@ -309,6 +311,49 @@ TEST_F(MadeUpProxy, ExceptionWhileReading_TheConnectionIsDropped) {
   EXPECT_TRUE(tests::Eventually([&] { return !connection->IsOpen(); }));
   EXPECT_EQ(attempts, 1);
   EXPECT_THAT(callback.events.Texts(), IsEmpty());
+}
+
+/// A clock that only its readings move on: its next reading is the next of its times, and after the
+/// last of them the last again. Belongs to one thread at a time.
+class ReadClock {
+ public:
+  explicit ReadClock(std::vector<milliseconds> timesToTell) : times(std::move(timesToTell)) {}
+
+  [[nodiscard]] std::chrono::steady_clock::time_point Read() {
+    if (next < times.size()) time = times[next++];
+    return std::chrono::steady_clock::time_point(time);
+  }
+
+  /// What the last reading told.
+  [[nodiscard]] milliseconds Time() const { return time; }
+
+ private:
+  const std::vector<milliseconds> times;
+  std::size_t next = 0;
+  milliseconds time{0};
+};
+
+TEST_F(MadeUpProxy, FailedAttempts_TenSecondsApartAndNotAMillisecondLess) {
+  // The waits themselves take the rest of ten seconds: a millisecond or two.
+  ReadClock clock({milliseconds(500), milliseconds(10498), milliseconds(10499), milliseconds(10500),
+                   milliseconds(20000), milliseconds(29999), milliseconds(31000)});
+  std::vector<milliseconds> attemptTimes;
+  std::promise<void> ended;
+  SocksTlsAlertClientImpl* stopped = nullptr;
+  SocksTlsAlertClientImpl client(
+      std::make_shared<tests::FakeConnector>([&]() -> tests::FakeConnector::Communicator {
+        attemptTimes.push_back(clock.Time());
+        if (attemptTimes.size() < 3) return nullptr;
+        stopped->StopListening();
+        ended.set_value();
+        return nullptr;
+      }),
+      SocksTlsAlertClientImpl::kReconnectPause, [&clock] { return clock.Read(); });
+  stopped = &client;
+  ASSERT_EQ(client.StartListening(&callback), kListeningStarted);
+  EXPECT_EQ(ended.get_future().wait_for(tests::kDeadline), std::future_status::ready);
+  client.StopListening();
+  EXPECT_THAT(attemptTimes, ElementsAre(milliseconds(0), milliseconds(10500), milliseconds(31000)));
 }
 
 TEST(AlertClientPause, UnlessATestShortensIt_TenSeconds) {
