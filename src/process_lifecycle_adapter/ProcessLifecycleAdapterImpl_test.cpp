@@ -419,6 +419,7 @@ TEST_F(Termination, OwnerTakesItsTime_AliveReportsGoOn) {
   const auto before = Count("alive");
   EXPECT_TRUE(events.WaitFor("alive", before + 3));
   leave.set_value();
+  adapter.reset();  // before what its owner waits for
 }
 
 TEST_F(Termination, OwnerHasReturned_AliveReportsEnd) {
