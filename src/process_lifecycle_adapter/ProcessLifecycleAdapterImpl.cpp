@@ -72,8 +72,14 @@ void ProcessLifecycleAdapterImpl::Terminate() {
   } else {
     CSCLogging::LogWarning("Cannot notify Terminating, adapter not instantiated");
   }
-  if (ProcessLifecycleAdapterCallbackIf* owner = TerminationReported()) {
-    owner->ProcessLifecycleAdapterTerminate();
+  try {
+    if (ProcessLifecycleAdapterCallbackIf* owner = TerminationReported()) {
+      owner->ProcessLifecycleAdapterTerminate();
+    }
+  } catch (...) {
+    // Who fails to end is not to be taken for alive.
+    EndRunning();
+    throw;
   }
   EndRunning();
 }

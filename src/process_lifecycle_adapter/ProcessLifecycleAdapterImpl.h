@@ -79,8 +79,8 @@ class ProcessLifecycleAdapterImpl : public ProcessLifecycleAdapterIf {
   void StateChanged(ProcessState state, unsigned int sequence) override EXCLUDES(mutex);
 
   /// Reports that the process is terminating, tells the owner and ends the alive reports, which go
-  /// on until the owner's callback has returned. A second call returns at once. Any thread but one
-  /// inside Initialize.
+  /// on until the owner's callback has returned or thrown; what it throws leaves this call. A
+  /// second call returns at once. Any thread but one inside Initialize.
   void Terminate() EXCLUDES(mutex);
 
  private:

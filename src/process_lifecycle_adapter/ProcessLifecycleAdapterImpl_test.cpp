@@ -446,12 +446,14 @@ TEST_F(Termination, EndWhileOwnerIsTold_WaitsForIt) {
   EXPECT_THAT(events.Texts(), Contains("left"));
 }
 
-TEST_F(Termination, OwnerThrows_Logged) {
+TEST_F(Termination, OwnerThrows_LoggedAndAliveReportsEnd) {
   owner.inTerminate = [] { throw std::runtime_error("not now"); };
   Make(1);
   adapter->Initialize("unit", &owner);
+  EXPECT_TRUE(events.WaitFor("alive"));
   ::raise(SIGTERM);
   EXPECT_TRUE(events.WaitFor("terminate"));
+  EXPECT_TRUE(tests::Eventually(HasNoKeepAliveThread));
   adapter.reset();
   EXPECT_THAT(log.Lines(LogLevel::kError),
               ElementsAre("error: SignalHandler: Action failed: not now"));
