@@ -35,6 +35,19 @@ timeval TimevalOf(milliseconds duration) {
           static_cast<suseconds_t>(microseconds(duration - whole).count())};
 }
 
+/// What `line` holds; discarded when it is no JSON or nested too deeply.
+json Parse(const std::string& line) {
+  bool isTooDeep = false;
+  const auto keep = [&isTooDeep](int depth, json::parse_event_t event, json& /*parsed*/) {
+    const bool isStart =
+        event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
+    isTooDeep = isTooDeep || (isStart && depth >= kMaxAnswerDepth);
+    return !isTooDeep;
+  };
+  json answer = json::parse(line, keep, false);
+  return isTooDeep ? json(json::value_t::discarded) : answer;
+}
+
 /// One question under way. Each step returns why it failed, or none.
 class Conversation {
  public:
@@ -89,7 +102,7 @@ class Conversation {
   }
 
   [[nodiscard]] Result<json> Understand(const std::string& line) const {
-    json answer = json::parse(line, nullptr, false);
+    json answer = Parse(line);
     const auto isOk = answer.is_object() ? answer.find("ok") : answer.end();
     if (!answer.is_object() || isOk == answer.end() || !isOk->is_boolean()) return NoAnswer();
     if (isOk->get<bool>()) return answer;

@@ -23,6 +23,12 @@ using platform_host::ControlListener;
 constexpr std::chrono::seconds kLong = tests::kDeadline;
 constexpr std::chrono::milliseconds kShort{20};
 
+/// An answer of so many objects and arrays within each other.
+std::string AnswerOfDepth(int depth) {
+  const auto arrays = static_cast<std::size_t>(depth - 1);
+  return R"({"ok":true,"part":)" + std::string(arrays, '[') + std::string(arrays, ']') + "}";
+}
+
 class QuestionTest : public ::testing::Test {
  protected:
   /// What a question comes to: the answer, or "failed: " and why.
@@ -60,6 +66,18 @@ TEST_F(QuestionTest, Answer_Returned) {
 
 TEST_F(QuestionTest, Refusal_ItsText) {
   EXPECT_EQ(OutcomeOf("{\"ok\":false,\"error\":\"busy\"}\n"), "failed: busy");
+}
+
+TEST_F(QuestionTest, DeepestAnswer_Returned) {
+  const std::string answer = AnswerOfDepth(kMaxAnswerDepth);
+  EXPECT_EQ(OutcomeOf(answer + '\n'), answer);
+}
+
+TEST_F(QuestionTest, AnswerTooDeep_NoAnswer) {
+  for (const int depth : {kMaxAnswerDepth + 1, 1000000}) {
+    EXPECT_EQ(OutcomeOf(AnswerOfDepth(depth) + '\n'),
+              "failed: " + path + ": what it answers is no answer");
+  }
 }
 
 TEST_F(QuestionTest, AnythingElse_NoAnswer) {
