@@ -54,7 +54,9 @@ CheckpointRecord::Clock::time_point CheckpointRecord::Due() const {
   const Clock::time_point startEnd = start + rule->cycle;
   if (times.size() < Watched()) return startEnd;
   const Clock::duration period = Clock::duration(rule->cycle) / rule->indications;
-  const auto window = period * static_cast<Clock::rep>(Watched() + 1);
+  // Half the time between two is left to delays. With all of it a single one could be missing, and
+  // then whether the next came in time would be a matter of microseconds.
+  const auto window = period * static_cast<Clock::rep>(Watched()) + period / 2;
   return std::max(startEnd, times[oldest] + window);
 }
 

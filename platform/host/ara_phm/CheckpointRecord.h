@@ -36,7 +36,7 @@ class CheckpointRecord {
   enum class Verdict {
     kNotConfigured,  ///< nothing is expected
     kStarting,       ///< less than a cycle has passed since the first one was expected
-    kInTime,  ///< the last indications of a cycle lie within a cycle and the time between two
+    kInTime,  ///< the last indications of a cycle lie within it and half the time between two
     kLate,
   };
 

@@ -71,10 +71,27 @@ TEST_F(Checkpoint, AllInFirstCycle_InTime) {
   EXPECT_EQ(record.VerdictAt(At(5001)), Verdict::kInTime);
 }
 
-TEST_F(Checkpoint, LastFiveWithinCycleAndPeriod_InTimeUntilItsEnd) {
+TEST_F(Checkpoint, LastFiveWithinCycleAndHalfAPeriod_InTimeUntilItsEnd) {
   ReachEachSecondUntil(10);
-  EXPECT_EQ(record.VerdictAt(At(12000)), Verdict::kInTime);
-  EXPECT_EQ(record.VerdictAt(At(12001)), Verdict::kLate);
+  EXPECT_EQ(record.VerdictAt(At(11500)), Verdict::kInTime);
+  EXPECT_EQ(record.VerdictAt(At(11501)), Verdict::kLate);
+}
+
+TEST_F(Checkpoint, OneMissing_LateUntilFiveCameAgain) {
+  ReachEachSecondUntil(10);
+  EXPECT_EQ(ReachedAt(12000), "500 ms late, warned");
+  for (int time = 13000; time < 16000; time += 1000) {
+    EXPECT_EQ(record.VerdictAt(At(time - 1)), Verdict::kLate) << time;
+    EXPECT_EQ(ReachedAt(time), "500 ms late") << time;
+  }
+  EXPECT_EQ(ReachedAt(16000), "500 ms late");
+  EXPECT_EQ(record.VerdictAt(At(16000)), Verdict::kInTime);
+  ReachInTime(17000);
+}
+
+TEST_F(Checkpoint, EachUpToHalfAPeriodDelayed_InTime) {
+  for (int second = 0; second <= 20; ++second) ReachInTime(second * 1000 + (second % 3) * 250);
+  EXPECT_EQ(record.LateCount(), 0U);
 }
 
 TEST_F(Checkpoint, ReachedAgainAsOften_InTimeAgain) {
@@ -87,17 +104,17 @@ TEST_F(Checkpoint, ReachedAgainAsOften_InTimeAgain) {
 
 TEST_F(Checkpoint, LaterThanRuleAllows_CountedAndWarned) {
   ReachEachSecondUntil(10);
-  ReachInTime(12000);
+  ReachInTime(11500);
   EXPECT_EQ(record.LateCount(), 0U);
-  EXPECT_EQ(ReachedAt(13001), "1 ms late, warned");
+  EXPECT_EQ(ReachedAt(12501), "1 ms late, warned");
   EXPECT_EQ(record.LateCount(), 1U);
   EXPECT_EQ(record.Count(), 13U);
 }
 
 TEST_F(Checkpoint, SlowDrift_CountedOnceTheCycleIsMissed) {
   ReachEachSecondUntil(4);
-  for (int time = 5500; time <= 7000; time += 1500) ReachInTime(time);
-  EXPECT_EQ(ReachedAt(8500), "500 ms late, warned");
+  for (int time = 5200; time <= 6400; time += 1200) ReachInTime(time);
+  EXPECT_EQ(ReachedAt(7600), "100 ms late, warned");
 }
 
 TEST_F(Checkpoint, LateFirstOne_CountedFromEndOfFirstCycle) {
@@ -115,8 +132,8 @@ TEST_F(Checkpoint, LongCycle_WarnedOncePerCycle) {
   record.Expect(CheckpointRule{2, seconds(100)}, begin);
   ReachInTime(0);
   EXPECT_EQ(ReachedAt(300000), "200000 ms late, warned");
-  EXPECT_EQ(ReachedAt(399999), "249999 ms late");
-  EXPECT_EQ(ReachedAt(450001), "1 ms late, warned");
+  EXPECT_EQ(ReachedAt(399999), "274999 ms late");
+  EXPECT_EQ(ReachedAt(425001), "1 ms late, warned");
 }
 
 TEST_F(Checkpoint, SameRuleExpectedAgain_NothingChanges) {
@@ -157,8 +174,8 @@ TEST_P(ManyIndications, AtTheirPace_InTimeAndThenLate) {
                 begin);
   ReachEachSecondUntil(2 * indications);
   const int last = 2 * indications * 1000;
-  EXPECT_EQ(record.VerdictAt(At(last + 2000)), Verdict::kInTime);
-  EXPECT_EQ(record.VerdictAt(At(last + 2001)), Verdict::kLate);
+  EXPECT_EQ(record.VerdictAt(At(last + 1500)), Verdict::kInTime);
+  EXPECT_EQ(record.VerdictAt(At(last + 1501)), Verdict::kLate);
 }
 
 TEST_F(Checkpoint, ManyIndicationsAtOnce_NothingLateInFirstCycle) {
