@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -13,6 +14,8 @@
 
 namespace platform_host {
 namespace {
+
+constexpr mode_t kMode = 0600;
 
 /// Closed by a holder or by somebody else who waits; removed or replaced.
 constexpr unsigned kEvents = IN_CLOSE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
@@ -65,8 +68,13 @@ int SocketLock::OpenFile() {
   const int error = MakeDirectories(path.substr(0, std::max<std::size_t>(path.rfind('/'), 1)));
   if (error != 0) return error;
   file = support::UniqueFd(
-      ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
-  return file.IsOpen() ? 0 : errno;
+      ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, kMode));
+  if (!file.IsOpen()) return errno;
+  struct stat status {};
+  if (::fstat(file.Get(), &status) != 0) return errno;
+  // Under a strange umask nobody else could open it and wait. Another user's file stays as it is.
+  const bool isToChange = (status.st_mode & 07777U) != kMode && status.st_uid == ::geteuid();
+  return isToChange && ::fchmod(file.Get(), kMode) != 0 ? errno : 0;
 }
 
 int SocketLock::StartWatching() {

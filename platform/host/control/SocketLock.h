@@ -20,9 +20,9 @@ class SocketLock {
   /// `lockFile` is an absolute path. Touches nothing yet.
   explicit SocketLock(std::string lockFile) : path(std::move(lockFile)) {}
 
-  /// Tries to take the lock, making the file (mode 0600) and its directories (0755) if need be.
-  /// Returns 0; EAGAIN when another has it: then Descriptor tells when to try again; or another
-  /// errno. Links are not followed. Does not wait.
+  /// Tries to take the lock, making the file (mode 0600, whatever the umask) and its directories
+  /// (0755) if need be. Returns 0; EAGAIN when another has it: then Descriptor tells when to try
+  /// again; or another errno. Links are not followed. Does not wait.
   [[nodiscard]] int Acquire();
 
   /// Readable when the lock may have become free; -1 while nobody waits for it.

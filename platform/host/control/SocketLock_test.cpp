@@ -41,6 +41,19 @@ TEST_F(SocketLockTest, Free_TakenAndFileMade) {
   EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
 }
 
+TEST_F(SocketLockTest, AnyUmask_OwnerReadsAndWrites) {
+  for (const mode_t mask : {0U, 0277U, 0777U}) {
+    const mode_t former = ::umask(mask);
+    SocketLock lock(path);
+    EXPECT_EQ(lock.Acquire(), 0);
+    ::umask(former);
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFREG | 0600U) << std::oct << mask;
+    std::filesystem::remove(path);
+  }
+}
+
 TEST_F(SocketLockTest, HeldByAnother_AgainAndQuiet) {
   SocketLock holder(path);
   ASSERT_EQ(holder.Acquire(), 0);
