@@ -155,7 +155,8 @@ def test_without_a_proxy_the_next_attempt_comes_after_ten_seconds(unit, proxy):
     listener.wait_for(FAILED)
     proxy.be(LISTEN)
     listener.wait_for(ESTABLISHED)
-    assert 9.9 <= seconds_between(listener, FAILED, ESTABLISHED) < 15
+    # Less than two pauses, on a busy machine too.
+    assert 9.9 <= seconds_between(listener, FAILED, ESTABLISHED) < 19.9
     log = without(end(listener), STARTED)
     assert log[:len(BEGIN) + 2] == BEGIN + [ATTEMPT, FAILED]
     assert log[len(BEGIN) + 2:][:len(CONNECT)] == CONNECT
