@@ -14,6 +14,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/host/csc_logging/CapturedLog.h"
@@ -281,6 +282,17 @@ TEST_F(FullPipe, End_NeitherBlocksNorGetsLost) {
   ASSERT_GE(lines.size(), 3);
   EXPECT_THAT(std::vector<std::string>(lines.end() - 2, lines.end()),
               ElementsAre(kStopCaught, kStopped));
+}
+
+TEST(SignalSystem, Pipe_ClosedOnExecAndOnlyItsReaderWaits) {
+  const SignalSystem real;
+  support::UniqueFd readEnd;
+  support::UniqueFd writeEnd;
+  ASSERT_TRUE(real.makePipe(readEnd, writeEnd));
+  EXPECT_EQ(::fcntl(readEnd.Get(), F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(::fcntl(writeEnd.Get(), F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(::fcntl(readEnd.Get(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_EQ(::fcntl(writeEnd.Get(), F_GETFL) & O_NONBLOCK, O_NONBLOCK);
 }
 
 /// System calls that fail.
