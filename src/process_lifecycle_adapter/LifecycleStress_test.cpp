@@ -27,6 +27,8 @@ namespace {
 
 constexpr int kTurns = 50;
 constexpr unsigned kDeadlineS = 60;
+const std::string kRequested =
+    "info: ProcessLifecycleAdapterApiImpl::StateChangeRequested new state: ";
 constexpr const char* kNoClient =
     "error: ProcessLifecycleAdapterApiImpl::StateChanged: Component Client uninitialized, cannot "
     "notify new state";
@@ -116,6 +118,10 @@ TEST_F(LifecycleStress, StateRequestsFromConstructionToEnd_EachConfirmedOrRefuse
     if (turn % 3 == 0) adapter.Terminate();
   }
   EXPECT_FALSE(ara.HasComponentClient());
+  const auto lines = log.Lines();
+  EXPECT_EQ(Count(lines, kRequested + "kOn") + Count(lines, kRequested + "kPrepSD"),
+            Count(ara.Calls(), "confirm 2 kOn") + Count(ara.Calls(), "confirm 1 kPrepSD") +
+                Count(lines, kNoClient));
 }
 
 TEST_F(LifecycleStress, ConfirmationsWhileClientIsReplaced_NoneIsDroppedInSilence) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <future>
@@ -457,6 +458,24 @@ TEST_F(Termination, OwnerThrows_LoggedAndAliveReportsEnd) {
   adapter.reset();
   EXPECT_THAT(log.Lines(LogLevel::kError),
               ElementsAre("error: SignalHandler: Action failed: not now"));
+}
+
+TEST_F(Termination, SignalSeenOnceTheEndHasBegun_NeitherReportedNorTold) {
+  std::promise<void> release;
+  parts.signalSystem.readByte = [released = release.get_future().share()](int descriptor,
+                                                                          unsigned char& byte) {
+    released.wait();
+    return ::read(descriptor, &byte, 1);
+  };
+  Make(0);
+  adapter->Initialize("unit", &owner);
+  ::raise(SIGTERM);
+  auto end = std::async(std::launch::async, [this] { adapter.reset(); });
+  EXPECT_TRUE(tests::Eventually([] { return signal_handler::gPipeWriteFd == -1; }));
+  release.set_value();
+  EXPECT_EQ(end.wait_for(tests::kDeadline), std::future_status::ready);
+  EXPECT_THAT(LinesFrom("Terminate"), ElementsAre(kTerminateLine));
+  EXPECT_THAT(events.Texts(), ElementsAre("running unit", "start"));
 }
 
 TEST_F(Termination, AfterTheEnd_Ignored) {
