@@ -5,6 +5,7 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -201,9 +202,36 @@ TEST_F(LifecycleApi, EndDuringRequest_WaitsAndOwnerMayStillConfirm) {
   auto request = std::async(std::launch::async, [this] { ara.RequestState(1, "kOn"); });
   ASSERT_EQ(entered.get_future().wait_for(tests::kDeadline), std::future_status::ready);
   auto end = std::async(std::launch::async, [this] { api.reset(); });
+  EXPECT_TRUE(tests::Eventually([this] { return !ara.HasComponentClient(); }));
   leave.set_value();
   EXPECT_EQ(end.wait_for(tests::kDeadline), std::future_status::ready);
-  EXPECT_FALSE(ara.HasComponentClient());
+  // No confirmation goes to a client that is ending.
+  EXPECT_EQ(ara.Calls().back(), "component ended");
+  EXPECT_EQ(log.Lines().back(), "error: " + kPrefix +
+                                    "StateChanged: Component Client uninitialized, cannot notify "
+                                    "new state");
+}
+
+TEST_F(LifecycleApi, ConfirmationUnderWay_ClientEndsAfterIt) {
+  std::promise<void> entered;
+  std::promise<void> leave;
+  ara.DuringConfirmations([&] {
+    entered.set_value();
+    leave.get_future().wait();
+  });
+  api->Initialize("unit", &listener);
+  auto confirmation =
+      std::async(std::launch::async, [this] { api->StateChanged(ProcessState::kOn, 1); });
+  ASSERT_EQ(entered.get_future().wait_for(tests::kDeadline), std::future_status::ready);
+  auto next = std::async(std::launch::async, [this] { api->Initialize("unit", nullptr); });
+  EXPECT_TRUE(tests::Eventually([this] { return ara.Calls("report running").size() == 2; }));
+  // Turns enough for an end that does not wait.
+  for (int turn = 0; turn < 1000; ++turn) std::this_thread::yield();
+  leave.set_value();
+  EXPECT_EQ(next.wait_for(tests::kDeadline), std::future_status::ready);
+  EXPECT_THAT(ara.Calls(), ElementsAre("report running", "component unit", "component created",
+                                       "report running", "confirm 1 kOn", "component ended",
+                                       "component unit", "component created"));
 }
 
 /// The health supervision file of "unit".
@@ -283,12 +311,27 @@ TEST_F(Supervision, KeyMissingOrEmpty_OneWarningAndNoAliveReports) {
 }
 
 TEST_F(Supervision, SeveralKeysMissing_OnlyFirstNamed) {
-  EXPECT_FALSE(StartWith({{"checkpoint-id", kAbsent}, {"supervision-cycle", kAbsent}}));
-  EXPECT_THAT(log.Lines(LogLevel::kWarning),
-              ElementsAre("warning: Configuration parameter \"checkpoint-id\" not found from INI "
-                          "file for component unit",
-                          "error: ProcessLifecycleAdapter::Reading application configuration "
-                          "failed for unit"));
+  const std::vector<std::string> keys = {"instance-id", "supervision-entity-id", "checkpoint-id",
+                                         "supervision-cycle", "expected-alive-indications"};
+  for (auto first = keys.begin(); first != keys.end(); ++first) {
+    SCOPED_TRACE(*first);
+    const platform_host::CapturedLog lines;
+    Lines changes;
+    for (auto key = first; key != keys.end(); ++key) changes.emplace_back(*key, kAbsent);
+    EXPECT_FALSE(StartWith(changes));
+    EXPECT_THAT(lines.Lines(LogLevel::kWarning),
+                ElementsAre("warning: Configuration parameter \"" + *first +
+                                "\" not found from INI file for component unit",
+                            "error: ProcessLifecycleAdapter::Reading application configuration "
+                            "failed for unit"));
+  }
+}
+
+TEST_F(Supervision, InitializedUnderAnotherName_FileOfThat) {
+  api->Initialize("other");
+  EXPECT_FALSE(StartWith({}));
+  EXPECT_EQ(log.Lines().back(),
+            "error: ProcessLifecycleAdapter::Reading application configuration failed for other");
 }
 
 TEST_F(Supervision, ValueThatIsNoNumber_OneWarningAndAsIfMissing) {

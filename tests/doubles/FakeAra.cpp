@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "tests/doubles/FakeAraCore.h"
 
@@ -35,6 +36,10 @@ void FakeAra::FailHealthObjects(const std::string& kind) {
 
 void FakeAra::SetCheckpoints(Checkpoints behaviour) {
   core->With([&](State& state) { state.checkpoints = behaviour; });
+}
+
+void FakeAra::DuringConfirmations(std::function<void()> action) {
+  core->With([&](State& state) { state.inConfirmations = std::move(action); });
 }
 
 void FakeAra::RequestState(unsigned int sequence, const std::string& requested) {

@@ -5,6 +5,7 @@
 #ifndef TESTS_DOUBLES_FAKEARA_H
 #define TESTS_DOUBLES_FAKEARA_H
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -45,6 +46,9 @@ class FakeAra {
   void FailHealthObjects(const std::string& kind);
 
   void SetCheckpoints(Checkpoints behaviour);
+
+  /// Each confirmation calls `action` before it is remembered, from now on.
+  void DuringConfirmations(std::function<void()> action);
 
   /// Asks the component client for `state` on the thread of state management and returns when its
   /// handler has; does nothing without a component client. Not to be called inside a handler.

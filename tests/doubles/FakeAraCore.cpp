@@ -62,6 +62,8 @@ class FakeComponentClient : public ara::stm::ComponentClient {
   ~FakeComponentClient() override { core->EndClient(this); }
 
   void ConfirmState(std::uint32_t sequence, const std::string& state) noexcept override {
+    const auto action = core->With([](const State& all) { return all.inConfirmations; });
+    if (action) action();
     core->Record("confirm " + std::to_string(sequence) + " " + state);
   }
 

@@ -3,6 +3,7 @@
 #ifndef TESTS_DOUBLES_FAKEARACORE_H
 #define TESTS_DOUBLES_FAKEARACORE_H
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,7 @@ class FakeAraCore {
     std::string componentError;
     std::optional<std::pair<unsigned int, std::string>> requestDuringCreation;
     std::string failingHealthObject;
+    std::function<void()> inConfirmations;
     FakeAra::Checkpoints checkpoints = FakeAra::Checkpoints::kSucceed;
     std::vector<std::string> calls;
     ara::stm::StateChangeHandler handler;  ///< of the component client
