@@ -1,6 +1,7 @@
 """A program at work inside a unit."""
 
 import collections
+import contextlib
 import json
 import os
 import re
@@ -71,7 +72,9 @@ class Running:
             assert self._changed.wait_for(lambda: self._counts[text] >= count, DEADLINE_S), self._lines[-100:]
 
     def send_signal(self, number):
-        os.kill(self.pid, number)
+        """A signal to it; nothing if it has ended, as the signal before may have made it."""
+        with contextlib.suppress(ProcessLookupError):
+            os.kill(self.pid, number)
 
     def wait(self):
         """Waits for its end. Returns its exit code, 128 and more for a signal, and all of its log."""
