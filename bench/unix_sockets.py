@@ -39,10 +39,10 @@ def listen(path, backlog=128):
     return listener
 
 
-def connect(path, seconds):
+def connect(path, seconds, kind=socket.SOCK_STREAM):
     """A connection to `path` with a time limit on every operation. Raises OSError; with 0 seconds BlockingIOError when
     the listener's queue is full."""
-    connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    connection = socket.socket(socket.AF_UNIX, kind)
     connection.settimeout(seconds)
     try:
         with _short(path) as address:

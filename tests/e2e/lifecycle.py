@@ -1,5 +1,6 @@
 """A unit's program that lives in its platform: what it is given, and what the platform's tool says of it."""
 
+import contextlib
 import json
 import socket
 
@@ -56,12 +57,19 @@ class NotifySocket:
     """The service manager's end of what a process reports of itself: see sd_notify(3)."""
 
     def __init__(self, unit):
-        self._socket = unix_sockets.bind(unit.root / "run" / "notify", socket.SOCK_DGRAM)
+        self._path = unit.root / "run" / "notify"
+        self._socket = unix_sockets.bind(self._path, socket.SOCK_DGRAM)
         self._socket.settimeout(DEADLINE_S)
         self.environment = {"NOTIFY_SOCKET": "/run/notify"}
 
     def receive(self):
         return self._socket.recv(1000).decode()
+
+    def fill(self):
+        """Sends reports of its own until there is room for none."""
+        with unix_sockets.connect(self._path, 0, socket.SOCK_DGRAM) as other, contextlib.suppress(BlockingIOError):
+            while True:
+                other.send(b"full")
 
     def waiting(self):
         """Whether there is a report that nobody has received."""

@@ -12,6 +12,7 @@ from lifecycle import ENDED, PROGRAM, REPORTS_RUNNING
 REPORTS_TERMINATING = "debug: ProcessLifecycleAdapterApiImpl::Terminating, ReportApplicationState kTerminating"
 SUPERVISION_FILE = "/etc/truststore-update-client-phm.ini"
 MISSING = "warning: Configuration parameter \"{}\" not found from INI file for component truststore-update-client"
+NOT_TOLD = "error: libara_exec: cannot report application state {}: Resource temporarily unavailable"
 CAUGHT = "info: SignalHandler: Signal {} caught"
 SEED = 20240705
 STARTS = 20
@@ -44,6 +45,14 @@ def test_service_manager_hears_of_start_and_end(provisioned):
     end(running)
     assert manager.receive() == "STOPPING=1"
     assert not manager.waiting()
+
+
+def test_service_manager_that_reads_nothing_stops_nobody(provisioned):
+    manager = lifecycle.NotifySocket(provisioned)
+    manager.fill()
+    log = end(lifecycle.start(provisioned, env=manager.environment))
+    assert [line for line in log if line.startswith("error: ")] == [
+        NOT_TOLD.format("running"), "error: ReportApplicationState to kRunning failed.", NOT_TOLD.format("terminating")]
 
 
 def test_log_of_a_whole_life_is_as_expected(running):

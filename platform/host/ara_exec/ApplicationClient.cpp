@@ -1,13 +1,12 @@
 #include "ara/exec/ApplicationClient.h"
 
-#include <systemd/sd-daemon.h>
-
 #include <atomic>
 #include <memory>
 #include <new>
 #include <string>
 
 #include "csc_logging/CSCLogging.h"
+#include "platform/host/ara_exec/ServiceManager.h"
 #include "platform/host/config/Result.h"
 #include "platform/host/control/ControlBoard.h"
 
@@ -43,11 +42,10 @@ bool Report(const char* notification, const char* state) {
   const std::string name = state;
   LastReport::OfProcess().Set(state);
   CSCLogging::LogDebug("libara_exec: application state " + name);
-  // Without a service manager (NOTIFY_SOCKET is not set) there is nobody to tell: result 0.
-  const int result = ::sd_notify(0, notification);
-  if (result >= 0) return true;
+  const int error = platform_host::NotifyServiceManager(notification);
+  if (error == 0) return true;
   CSCLogging::LogError("libara_exec: cannot report application state " + name + ": " +
-                       platform_host::Error::OfErrno(-result).Text());
+                       platform_host::Error::OfErrno(error).Text());
   return false;
 }
 

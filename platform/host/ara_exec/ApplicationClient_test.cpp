@@ -5,12 +5,15 @@
 #include <sys/un.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "platform/host/control/ControlBoard.h"
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "support/UniqueFd.h"
+#include "tests/support/Deadline.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace ara::exec {
@@ -24,11 +27,15 @@ class ApplicationReport : public ::testing::Test {
   ~ApplicationReport() override { ::unsetenv("NOTIFY_SOCKET"); }
 
   void Listen() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    ASSERT_LT(path.size(), sizeof address.sun_path);
-    std::memcpy(address.sun_path, path.c_str(), path.size());
-    ASSERT_EQ(::bind(manager.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+    bound.sun_family = AF_UNIX;
+    ASSERT_LT(path.size(), sizeof bound.sun_path);
+    std::memcpy(bound.sun_path, path.c_str(), path.size());
+    const bool isAbstract = path.front() == '@';
+    if (isAbstract) bound.sun_path[0] = '\0';
+    // An abstract name has no end of its own.
+    const auto size = isAbstract ? offsetof(sockaddr_un, sun_path) + path.size() : sizeof bound;
+    ASSERT_EQ(::bind(manager.Get(), reinterpret_cast<const sockaddr*>(&bound),
+                     static_cast<socklen_t>(size)),
               0);
     ::setenv("NOTIFY_SOCKET", path.c_str(), 1);
   }
@@ -50,7 +57,8 @@ class ApplicationReport : public ::testing::Test {
   }
 
   const tests::TemporaryDirectory directory;
-  const std::string path = directory.Path() + "/notify";
+  std::string path = directory.Path() + "/notify";
+  sockaddr_un bound{};
   const support::UniqueFd manager{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
   const platform_host::CapturedLog log;
 };
@@ -105,6 +113,44 @@ TEST_F(ApplicationReport, ServiceManagerGone_ErrorLine) {
               ElementsAre("debug: libara_exec: application state running",
                           "error: libara_exec: cannot report application state running: No such "
                           "file or directory"));
+}
+
+TEST_F(ApplicationReport, ServiceManagerReadsNothing_ErrorLineAfterAWhile) {
+  Listen();
+  const support::UniqueFd other{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+  const auto* const address = reinterpret_cast<const sockaddr*>(&bound);
+  while (::sendto(other.Get(), "x", 1, MSG_DONTWAIT, address, sizeof bound) == 1) {
+  }
+  bool isDelivered = true;
+  EXPECT_TRUE(tests::EndsInTime(
+      [&] {
+        isDelivered = ApplicationClient().ReportApplicationState(ApplicationState::kTerminating);
+      },
+      [&] { static_cast<void>(Received()); }));
+  EXPECT_FALSE(isDelivered);
+  EXPECT_THAT(log.Lines(),
+              ElementsAre("debug: libara_exec: application state terminating",
+                          "error: libara_exec: cannot report application state terminating: "
+                          "Resource temporarily unavailable"));
+}
+
+TEST_F(ApplicationReport, AbstractName_Told) {
+  path = "@" + path;
+  Listen();
+  EXPECT_TRUE(ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
+  EXPECT_EQ(Received(), "READY=1");
+}
+
+TEST_F(ApplicationReport, NoAddress_ErrorLine) {
+  for (const std::string& name :
+       {std::string(), std::string("notify"), "/" + std::string(sizeof bound.sun_path - 1, 'x'),
+        "@" + std::string(sizeof bound.sun_path - 1, 'x')}) {
+    SCOPED_TRACE(name);
+    ::setenv("NOTIFY_SOCKET", name.c_str(), 1);
+    EXPECT_FALSE(ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
+    EXPECT_EQ(log.Lines().back(),
+              "error: libara_exec: cannot report application state running: Invalid argument");
+  }
 }
 
 }  // namespace

@@ -15,8 +15,8 @@ enum class ApplicationState : std::uint8_t {
 /// A short-lived handle; any thread, any number at a time.
 class ApplicationClient {
  public:
-  /// Does not block and does not throw. Returns false for a report that could not be delivered; the
-  /// platform has logged why.
+  /// Does not throw, and blocks for a second at most: the end of the process waits for it. Returns
+  /// false for a report that could not be delivered; the platform has logged why.
   [[nodiscard]] bool ReportApplicationState(ApplicationState state) noexcept;
 };
 
