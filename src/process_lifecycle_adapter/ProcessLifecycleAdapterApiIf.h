@@ -17,12 +17,12 @@ class ProcessLifecycleAdapterApiIf {
  public:
   virtual ~ProcessLifecycleAdapterApiIf() = default;
 
-  /// Reports the process as running. A failure is logged. Does not block.
+  /// Reports the process as running. A failure is logged. Blocks for a second at most.
   virtual void Initialize(const std::string& name) = 0;
 
   /// As above; then `stateCallback` hears of the states that are asked of the component `name`,
   /// until this object ends. Without a connection to state management, that is logged. A second
-  /// call replaces the first one's connection.
+  /// call replaces the first one's connection, and waits for a call of its callback under way.
   virtual void Initialize(const std::string& name,
                           ProcessLifecycleAdapterStateCallbackIf* stateCallback) = 0;
 
@@ -36,7 +36,7 @@ class ProcessLifecycleAdapterApiIf {
   /// Makes an alive report. A failure is logged.
   virtual void IAmAlive() = 0;
 
-  /// Reports the process as terminating. Does not block.
+  /// Reports the process as terminating. Blocks for a second at most.
   virtual void Terminating() = 0;
 
   /// Confirms to state management that the component is in `state`, as the request `sequence`

@@ -21,13 +21,14 @@ class ProcessLifecycleAdapterIf {
   virtual ~ProcessLifecycleAdapterIf() = default;
 
   /// Reports the process as running and begins its alive reports, as `name` (the component's) is
-  /// configured; then `callback` hears of termination. A null one is not stored. Does not wait for
-  /// any peer. After a SIGTERM nothing is reported or begun, but `callback` is told of it, inside
-  /// this call if need be.
+  /// configured; then `callback` hears of termination. A null one is not stored. Waits for no peer
+  /// longer than a second. After a SIGTERM nothing is reported or begun, but `callback` is told of
+  /// it, inside this call if need be.
   virtual void Initialize(const std::string& name, ProcessLifecycleAdapterCallbackIf* callback) = 0;
 
   /// As above, and `stateCallback`, when not null, hears of the states that are asked of the
-  /// component `name`; perhaps before this returns.
+  /// component `name`; perhaps before this returns. Where an earlier call gave a `stateCallback`,
+  /// this one waits for a call of that under way, and so does a termination meanwhile.
   virtual void Initialize(const std::string& name, ProcessLifecycleAdapterCallbackIf* callback,
                           ProcessLifecycleAdapterStateCallbackIf* stateCallback) = 0;
 

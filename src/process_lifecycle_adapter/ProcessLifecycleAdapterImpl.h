@@ -9,8 +9,9 @@
 ///
 /// - Before Initialize: kTerminating is reported at once. Initialize reports nothing and starts no
 ///   thread, but tells the callback that it was given.
-/// - While Initialize reports kRunning: Terminate waits until that report is made (it waits for no
-///   peer), so that kTerminating is the last one; then it is as above or below.
+/// - While Initialize reports kRunning: Terminate waits until the platform side is initialised, so
+///   that kTerminating is the last report; then it is as above or below. That waits for no peer
+///   longer than a second, but a second Initialize or NotifyInit waits for the state callback too.
 /// - Before Initialize stores the callback: Terminate finds none, so Initialize tells it: whoever
 ///   is second to take the lock does, and never both.
 /// - Afterwards: kTerminating, then the callback on the thread "signals", then the end of the alive
