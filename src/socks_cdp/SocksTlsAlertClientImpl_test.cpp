@@ -271,6 +271,18 @@ TEST_F(MadeUpProxy, LostConnection_ConnectsAgainAtOnce) {
               ElementsAre("48 1", "error", "48 2", "error", "48 3", "error"));
 }
 
+TEST_F(MadeUpProxy, LostConnection_ToldFirstThenDisconnected) {
+  const auto connection = std::make_shared<tests::FakeCommunicator>("\3");
+  std::atomic<bool> wasOpen{false};
+  tests::RecordingAlertCallback looking([&] { wasOpen = connection->IsOpen(); });
+  const auto client = Client([&](int attempt) { return attempt == 1 ? connection : nullptr; });
+  ASSERT_EQ(client->StartListening(&looking), kListeningStarted);
+  EXPECT_TRUE(tests::Eventually([this] { return attempts == 2; }));
+  EXPECT_TRUE(wasOpen);
+  EXPECT_FALSE(connection->IsOpen());
+  EXPECT_THAT(looking.events.Texts(), ElementsAre("error"));
+}
+
 TEST_F(MadeUpProxy, FailedAttempt_NobodyIsToldAndThePauseKept) {
   const auto client = Client([](int /*attempt*/) { return nullptr; });
   ASSERT_EQ(client->StartListening(&callback), kListeningStarted);
