@@ -227,6 +227,13 @@ TEST_F(ControlConnectionTest, ClientGoneBehindItsRequest_RequestServed) {
   EXPECT_TRUE(connection.IsFinished());
 }
 
+TEST_F(ControlConnectionTest, ClientGoneBeforeItsAnswer_FinishedWithoutSignal) {
+  ASSERT_TRUE(client.Send(kStatus));
+  client.Close();
+  ServeReady();
+  EXPECT_TRUE(connection.IsFinished());
+}
+
 TEST_F(ControlConnectionTest, AnswerLongerThanTheSocketTakes_SentInPieces) {
   OfferStatusOf(ControlConnection::kMaxAnswerBytes);
   ASSERT_TRUE(client.Send(kStatus));

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <vector>
 
 #include "platform/host/config/HostKeys.h"
 #include "platform/host/control/UnixAddress.h"
@@ -87,6 +88,14 @@ TEST_F(ControlListenerTest, SocketAtWhichSomebodyListens_LeftAlone) {
   EXPECT_TRUE(ControlListener::IsServed(path));
   EXPECT_EQ(FailureToOpen(), path + ": Address already in use");
   EXPECT_EQ(tests::ControlPeer(path).ConnectError(), 0);
+}
+
+TEST_F(ControlListenerTest, SocketAtWhichTooManyWait_LeftAlone) {
+  const auto first = MustOpen();
+  std::vector<tests::ControlPeer> waiting;
+  for (int count = 0; count <= ControlListener::kBacklog; ++count) waiting.emplace_back(path);
+  EXPECT_TRUE(ControlListener::IsServed(path));
+  EXPECT_EQ(FailureToOpen(), path + ": Address already in use");
 }
 
 TEST_F(ControlListenerTest, NobodyListens_NotServed) {

@@ -8,6 +8,7 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -226,6 +227,15 @@ TEST_F(ControlLoopTest, LockFileRemovedWhileOneWaits_NotTakenOver) {
   EXPECT_EQ(next.Acquire(), 0);
 }
 
+TEST_F(ControlLoopTest, PathInTheWayAtTheStart_LockLeftToOthers) {
+  tests::WriteText(path, "precious");
+  ControlBoard board;
+  ControlLoop loop(path, board);
+  EXPECT_TRUE(loop.Open());
+  SocketLock other(path + ".lock");
+  EXPECT_EQ(other.Acquire(), 0);
+}
+
 TEST_F(ControlLoopTest, PathInTheWayAtTheTakeover_TriedAgainAndToldOnce) {
   auto serving = std::make_unique<RunningLoop>(path, 1);
   const RunningLoop waiting(path, 2);
@@ -318,6 +328,24 @@ TEST_F(ControlLoopTest, StoppedAmongManyRequestsOfOneClient_NoneServedAfterwards
   ASSERT_TRUE(client.Send(std::string(R"({"command":"end"})") + "\n" + R"({"command":"end"})"));
   support::StartThread(kThreadName, [&loop] { loop.Run(); }).join();
   EXPECT_EQ(calls, 1);
+}
+
+TEST_F(ControlLoopTest, AnswerOfAnotherThreadSent_ThreadSleepsAgain) {
+  ControlBoard board;
+  std::promise<ControlReply> asked;
+  const auto later = board.OfferCommand(
+      "later", [&asked](const json&, const ControlReply& reply) { asked.set_value(reply); });
+  ControlLoop loop(path, board);
+  ASSERT_FALSE(loop.Open());
+  std::thread running = support::StartThread(kThreadName, [&loop] { loop.Run(); });
+  const tests::ControlPeer client(path);
+  ASSERT_TRUE(client.Send(R"({"command":"later"})"));
+  asked.get_future().get().Answer({});
+  EXPECT_EQ(client.ReadLine(), R"({"ok":true})");
+  const LoopThread thread;
+  EXPECT_TRUE(tests::Eventually([&] { return thread.IsAsleep(); }));
+  loop.Stop();
+  running.join();
 }
 
 TEST_F(ControlLoopTest, MostClients_AllServed) {
