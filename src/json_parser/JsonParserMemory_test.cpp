@@ -2,18 +2,17 @@
 // nothing.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <limits>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "json_parser/JsonParser.h"
 #include "platform/host/csc_logging/CapturedLog.h"
+#include "tests/support/ReplacedNew.h"
 
+namespace json_parser {
 namespace {
 
 constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
@@ -22,48 +21,18 @@ thread_local std::size_t allocated = 0;
 thread_local std::size_t refusedFrom = kUnlimited;
 thread_local std::size_t allocationsLeft = kUnlimited;
 
-void* Allocate(std::size_t size) noexcept {
-  if (size >= refusedFrom || allocationsLeft == 0) return nullptr;
+bool GrantsAndCounts(std::size_t size) {
+  if (size >= refusedFrom || allocationsLeft == 0) return false;
   if (allocationsLeft != kUnlimited) --allocationsLeft;
   allocated += size;
-  return std::malloc(std::max<std::size_t>(size, 1));
+  return true;
 }
 
-void* AllocateOrThrow(std::size_t size) {
-  void* const memory = Allocate(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  return AllocateOrThrow(size);
-}
-void* operator new[](std::size_t size) {
-  return AllocateOrThrow(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocate(size);
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-
-namespace json_parser {
-namespace {
+class JsonParserMemory : public ::testing::Test {
+ protected:
+  JsonParserMemory() { tests::SetAllocationRule(GrantsAndCounts); }
+  ~JsonParserMemory() override { tests::SetAllocationRule(nullptr); }
+};
 
 using Lines = std::vector<std::string>;
 
@@ -86,7 +55,7 @@ std::string Filled(const std::string& before, const std::string& piece, const st
 }
 
 // Quadratic time anywhere would show as a test that never ends: the tokens are a million.
-TEST(JsonParserMemory, HostileTextsOf4MiB_ReadWithinTheBound) {
+TEST_F(JsonParserMemory, HostileTextsOf4MiB_ReadWithinTheBound) {
   const std::string deep = "[[[[[[[[[[[[[[[";
   const std::string shallow = "]]]]]]]]]]]]]]]";
   const std::string texts[] = {
@@ -117,7 +86,7 @@ TEST(JsonParserMemory, HostileTextsOf4MiB_ReadWithinTheBound) {
 }
 
 // Copied values would take the text's size for every level.
-TEST(JsonParserMemory, NestedValues_AreNotCopied) {
+TEST_F(JsonParserMemory, NestedValues_AreNotCopied) {
   std::string text(kTextBytes, 'x');
   text.insert(0, R"({"a":{"a":{"a":{"a":{"a":{"a":{"a":{"a":")").append("\"}}}}}}}}");
   allocated = 0;
@@ -128,7 +97,7 @@ TEST(JsonParserMemory, NestedValues_AreNotCopied) {
   EXPECT_LE(allocated, 4096U);
 }
 
-TEST(JsonParserMemory, NoneForTheTokens_MinusOneAndOneLine) {
+TEST_F(JsonParserMemory, NoneForTheTokens_MinusOneAndOneLine) {
   const platform_host::CapturedLog log;
   std::string text = Filled("[", "1,", "1]");
   const AllocationLimit limit(1U << 20U);
@@ -141,7 +110,7 @@ TEST(JsonParserMemory, NoneForTheTokens_MinusOneAndOneLine) {
                    "tokens = 2097152"}));
 }
 
-TEST(JsonParserMemory, NoneForTheCopyOfTheText_MinusOneAndOneLine) {
+TEST_F(JsonParserMemory, NoneForTheCopyOfTheText_MinusOneAndOneLine) {
   const platform_host::CapturedLog log;
   const std::string text = "\"" + std::string(5000, 'x') + "\"";
   const AllocationLimit limit(4096);
@@ -152,7 +121,7 @@ TEST(JsonParserMemory, NoneForTheCopyOfTheText_MinusOneAndOneLine) {
       (Lines{"error: JsonParser: Error allocating memory for json text. Number of bytes = 5002"}));
 }
 
-TEST(JsonParserMemory, NoneForAValue_EmptyAndOneLine) {
+TEST_F(JsonParserMemory, NoneForAValue_EmptyAndOneLine) {
   const platform_host::CapturedLog log;
   const JsonParser parser("[1,\"" + std::string(5000, 'x') + "\"]");
   const AllocationLimit limit(4096);
@@ -164,7 +133,7 @@ TEST(JsonParserMemory, NoneForAValue_EmptyAndOneLine) {
 
 // Wherever memory ends, the document is whole or there is none: a list without pairs would pass for
 // an empty container.
-TEST(JsonParserMemory, EndsAtAnyAllocation_WholeDocumentOrMinusOne) {
+TEST_F(JsonParserMemory, EndsAtAnyAllocation_WholeDocumentOrMinusOne) {
   const platform_host::CapturedLog log;
   const std::string text = R"({"a":1,"b":{"c":2}})";
   for (std::size_t allocations = 0; allocations < 20; ++allocations) {

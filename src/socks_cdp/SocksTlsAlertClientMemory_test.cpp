@@ -4,14 +4,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "platform/host/csc_logging/CapturedLog.h"
@@ -20,53 +15,7 @@
 #include "tests/doubles/FakeConnector.h"
 #include "tests/support/AlertProxy.h"
 #include "tests/support/ProcessUse.h"
-
-namespace {
-
-/// The thread that is refused memory; null: none.
-std::atomic<const char*> refused{nullptr};
-
-/// How many allocations it still gets, and how many it does not get then.
-std::atomic<int> granted{0};
-std::atomic<int> missing{0};
-
-bool IsRefused() {
-  const char* const thread = refused;
-  char name[16] = "";
-  if (thread == nullptr || ::pthread_getname_np(::pthread_self(), name, sizeof name) != 0 ||
-      std::string_view(name) != thread) {
-    return false;
-  }
-  return granted-- <= 0 && missing-- > 0;
-}
-
-void* Allocate(std::size_t size) {
-  void* memory = nullptr;
-  if (!IsRefused()) memory = std::malloc(std::max<std::size_t>(size, 1));
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  return Allocate(size);
-}
-void* operator new[](std::size_t size) {
-  return Allocate(size);
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
+#include "tests/support/ReplacedNew.h"
 
 namespace socks_cdp {
 namespace {
@@ -75,16 +24,14 @@ namespace {
 class MemoryShortage {
  public:
   MemoryShortage(const char* name, int first, int count) : whole(count) {
-    granted = first;
-    missing = count;
-    refused = name;
+    tests::RefuseMemory(name, first, count);
   }
-  ~MemoryShortage() { refused = nullptr; }
+  ~MemoryShortage() { tests::GrantMemory(); }
   MemoryShortage(const MemoryShortage&) = delete;
   MemoryShortage& operator=(const MemoryShortage&) = delete;
 
   /// Whether it was felt.
-  [[nodiscard]] bool HasCome() const { return missing < whole; }
+  [[nodiscard]] bool HasCome() const { return tests::RefusalsLeft() < whole; }
 
  private:
   const int whole;
@@ -142,13 +89,15 @@ TEST_F(ClientWithoutMemory, AtAnyMomentOfListening_TheNextAlertIsHeard) {
   const auto descriptors = tests::OpenDescriptors().size();
   for (const int count : {1, 3, 10}) {
     bool hasCome = true;
-    for (int first = 0; hasCome; ++first) {
+    int first = 0;
+    for (; hasCome; ++first) {
       SCOPED_TRACE(std::to_string(count) + " after " + std::to_string(first));
       const MemoryShortage shortage("TlsAlerts", first, count);
       Listen();
       ASSERT_FALSE(HasFailure());
       hasCome = shortage.HasCome();
     }
+    EXPECT_GT(first, 1);
   }
   EXPECT_EQ(tests::OpenDescriptors().size(), descriptors);
 }
@@ -157,13 +106,15 @@ TEST_F(ClientWithoutMemory, AtAnyMomentOfAStart_FailedAndStartedLater) {
   SocksTlsAlertClientImpl client(
       std::make_shared<tests::FakeConnector>([this] { return Connect(); }), std::chrono::hours(1));
   bool hasCome = true;
-  for (int first = 0; hasCome; ++first) {
+  int first = 0;
+  for (; hasCome; ++first) {
     SCOPED_TRACE(first);
     const MemoryShortage shortage(thread, first, 1);
     const unsigned int status = client.StartListening(nullptr);
     hasCome = shortage.HasCome();
     EXPECT_EQ(status, hasCome ? kListeningFailed : kListeningStarted);
   }
+  EXPECT_GT(first, 1);
 }
 
 }  // namespace

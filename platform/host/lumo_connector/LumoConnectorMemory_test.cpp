@@ -3,15 +3,11 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <future>
-#include <new>
 #include <string>
-#include <string_view>
 #include <thread>
 
 #include "lumo_connector/LumoConnector.h"
@@ -19,47 +15,8 @@
 #include "platform/host/lumo_connector/Exchanges.h"
 #include "support/FileContents.h"
 #include "tests/support/LoopbackPeer.h"
+#include "tests/support/ReplacedNew.h"
 #include "tests/support/TemporaryDirectory.h"
-
-namespace {
-
-/// Refuses every allocation of the threads with this name; null: of none.
-std::atomic<const char*> refused{nullptr};
-
-bool IsRefused() {
-  const char* const thread = refused;
-  char name[16] = "";
-  return thread != nullptr && ::pthread_getname_np(::pthread_self(), name, sizeof name) == 0 &&
-         std::string_view(name) == thread;
-}
-
-void* Allocate(std::size_t size) {
-  void* memory = nullptr;
-  if (!IsRefused()) memory = std::malloc(std::max<std::size_t>(size, 1));
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  return Allocate(size);
-}
-void* operator new[](std::size_t size) {
-  return Allocate(size);
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace lumo_connector {
 namespace {
@@ -67,7 +24,7 @@ namespace {
 class Listener : public LumoSessionCallbackIf {
  public:
   void LumoConnectorStatus(SessionStatus status) override {
-    refused = nullptr;
+    tests::GrantMemory();
     told.set_value(status);
   }
 
@@ -82,7 +39,7 @@ TEST(SessionWithoutMemory, BeforeCallback_FailedSessionTold) {
   Listener listener;
   auto told = listener.told.get_future();
   LumoConnector connector(&listener);
-  refused = "LumoConnector";
+  tests::RefuseMemory("LumoConnector");
   connector.Start();
   ASSERT_EQ(told.wait_for(std::chrono::seconds(30)), std::future_status::ready);
   EXPECT_EQ(told.get(), SessionStatus::kFailed);
@@ -94,7 +51,7 @@ TEST(SessionWithoutMemory, BeforeCallback_FailedSessionTold) {
 class ExchangeWithoutMemory : public ::testing::Test {
  protected:
   ExchangeWithoutMemory() { config.services["Download"].url = "http://localhost/"; }
-  ~ExchangeWithoutMemory() override { refused = nullptr; }
+  ~ExchangeWithoutMemory() override { tests::GrantMemory(); }
 
   LumoSocketResult Connect() {
     return exchanges.Connect(config, "Download", "127.0.0.1", peer.Port());
@@ -109,9 +66,9 @@ TEST_F(ExchangeWithoutMemory, WhileConnecting_StatusAndNothingThrown) {
   LumoSocketResult result;
   std::thread caller([&] {
     ::pthread_setname_np(::pthread_self(), "Caller");
-    refused = "Caller";
+    tests::RefuseMemory("Caller");
     result = Connect();
-    refused = nullptr;
+    tests::GrantMemory();
   });
   caller.join();
   EXPECT_EQ(result.status, ENOMEM);
@@ -125,7 +82,7 @@ TEST_F(ExchangeWithoutMemory, WhileRelaying_EndsAndTheNextOneWorks) {
   EXPECT_EQ(tests::ReadUpTo(firstPeer.Get(), 3), "GET");
   const support::UniqueFd second(Connect().descriptor);
   const auto secondPeer = peer.Accept();
-  refused = "LumoRelay";
+  tests::RefuseMemory("LumoRelay");
   ASSERT_TRUE(tests::SendAll(second.Get(), "GET"));
   EXPECT_TRUE(tests::IsAtEnd(second.Get()));
   ASSERT_TRUE(tests::SendAll(firstPeer.Get(), "answer"));
@@ -137,10 +94,10 @@ TEST_F(ExchangeWithoutMemory, WhenTakenOver_EndsAndTheNextOneWorks) {
   const auto firstPeer = peer.Accept();
   ASSERT_TRUE(tests::SendAll(firstPeer.Get(), "a"));
   EXPECT_EQ(tests::ReadUpTo(first.Get(), 1), "a");
-  refused = "LumoRelay";
+  tests::RefuseMemory("LumoRelay");
   const support::UniqueFd second(Connect().descriptor);
   EXPECT_TRUE(tests::IsAtEnd(second.Get()));
-  refused = nullptr;
+  tests::GrantMemory();
   const auto secondPeer = peer.Accept();
   const support::UniqueFd third(Connect().descriptor);
   const auto thirdPeer = peer.Accept();
