@@ -80,9 +80,18 @@ TEST_F(Signals, TerminationTwice_ActionCalledOnce) {
 }
 
 TEST_F(Signals, TerminationFromAnotherProcess_ActionCalled) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const support::UniqueFd readEnd(ends[0]);
+  support::UniqueFd writeEnd(ends[1]);
+  tests::ChildProcess killer([&] {
+    writeEnd = support::UniqueFd();
+    char byte = 0;
+    return ::read(readEnd.Get(), &byte, 1) == 0 ? ::kill(::getppid(), SIGTERM) : 1;
+  });
   tests::EventLog events;
   const SignalHandler handler([&events] { events.Add("called"); });
-  tests::ChildProcess killer([] { return ::kill(::getppid(), SIGTERM); });
+  writeEnd = support::UniqueFd();
   EXPECT_TRUE(events.WaitFor("called"));
   EXPECT_EQ(killer.Wait(), 0);
 }
