@@ -27,22 +27,27 @@ function(tsuc_component name)
 endfunction()
 
 # tsuc_test(NAME [TESTS Stem...] [SOURCES file...] LINK target...): a GoogleTest program of Stem_test.cpp and further files,
-# each of its tests known to ctest. Tests that
-# read the test certificates find them through TSUC_TEST_PKI, made once before the first of them (tests/pki).
+# each of its tests known to ctest and run in a process of its own. Under sanitizers ctest knows the program as a whole: to
+# start one takes longer than most tests. Tests that read the test certificates find them through TSUC_TEST_PKI, made once
+# before the first of them (tests/pki).
 function(tsuc_test name)
   cmake_parse_arguments(arg "" "" "TESTS;SOURCES;LINK" ${ARGN})
   list(TRANSFORM arg_TESTS APPEND _test.cpp)
   add_executable(${name} ${arg_TESTS} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gmock_main tsuc_options)
+  set(environment "TSUC_TEST_PKI=${PROJECT_BINARY_DIR}/test-pki")
   if(TSUC_SANITIZE)
     tsuc_compile_quickly(${name})
+    add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+    set_tests_properties(${name} PROPERTIES
+      TIMEOUT 600 FIXTURES_REQUIRED test_pki ENVIRONMENT "${environment}")
+    return()
   endif()
   include(GoogleTest)
   gtest_discover_tests(${name}
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT 120 FIXTURES_REQUIRED test_pki
-               ENVIRONMENT "TSUC_TEST_PKI=${PROJECT_BINARY_DIR}/test-pki")
+    PROPERTIES TIMEOUT 120 FIXTURES_REQUIRED test_pki ENVIRONMENT "${environment}")
 endfunction()
 
 # tsuc_compile_quickly(TEST): under sanitizers the tests' own code need not be quick, and what every test includes is read
