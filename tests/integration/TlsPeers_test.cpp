@@ -48,9 +48,10 @@ class TlsPeers : public ::testing::Test {
   std::string Get(std::uint16_t port, const std::string& path) {
     const support::UniqueFd stream(Connect(port).descriptor);
     if (!stream.IsOpen()) return "";
-    EXPECT_TRUE(tests::SendAll(stream.Get(), "GET " + path +
-                                                 " HTTP/1.1\r\nHost: localhost\r\n"
-                                                 "Connection: close\r\n\r\n"));
+    // A server that refuses the client may have ended the stream before there was a request.
+    static_cast<void>(tests::SendAll(stream.Get(), "GET " + path +
+                                                       " HTTP/1.1\r\nHost: localhost\r\n"
+                                                       "Connection: close\r\n\r\n"));
     return tests::ReadToEnd(stream.Get());
   }
 
