@@ -11,6 +11,7 @@
 #include "ara/per/KeyValueStorage.h"
 #include "ostra/tee/TrustStoreUpdateAPI.h"
 #include "platform/host/csc_logging/CapturedLog.h"
+#include "tests/doubles/QuietCollaborators.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/Deadline.h"
 #include "tests/support/Files.h"
@@ -81,7 +82,7 @@ class ClientConstruction : public Watched {};
 
 TEST_F(ClientConstruction, UsableConfiguration_ConnectorStarted) {
   const tests::HostConfiguration configuration;
-  const TruststoreUpdateClient client;
+  const TruststoreUpdateClient client(tests::QuietCollaborators());
   Lines lines = log.Lines();
   EXPECT_LT(PlaceOf(kSessionOk, lines), PlaceOf(kStarted, lines));
   EXPECT_THAT(TakeOut(lines, {kSessionOk}), SizeIs(1));
@@ -91,7 +92,7 @@ TEST_F(ClientConstruction, UsableConfiguration_ConnectorStarted) {
 
 TEST_F(ClientConstruction, BrokenConfiguration_FailureToldAndClientLives) {
   const tests::HostConfiguration configuration("[persistency]\nfolder = 1\n");
-  const TruststoreUpdateClient client;
+  const TruststoreUpdateClient client(tests::QuietCollaborators());
   const std::string reason = configuration.File() + ":2: persistency.folder: unknown key";
   const Lines ofConnector = {"error: libLumoConnectorShared: " + reason,
                              "error: LumoConnectorStatus Failed=1"};
@@ -111,7 +112,7 @@ TEST_F(ClientConstruction, BrokenConfiguration_FailureToldAndClientLives) {
 TEST_F(ClientConstruction, NoConfiguration_ConnectorStarted) {
   tests::RunOnFreshUnit([this] {
     ::setenv("TSUC_HOST_CONFIG", "/run/absent.toml", 1);
-    const TruststoreUpdateClient client;
+    const TruststoreUpdateClient client(tests::QuietCollaborators());
     Lines lines = log.Lines();
     EXPECT_THAT(TakeOut(lines, {kSessionOk}), SizeIs(1));
     TakeOutLibraryVersion(lines);
@@ -123,18 +124,20 @@ TEST_F(ClientConstruction, NoConfiguration_ConnectorStarted) {
 TEST_F(ClientConstruction, ManyClientsInTurn_EachStartsAndEnds) {
   constexpr int kClients = 20;
   const tests::HostConfiguration configuration;
-  for (int i = 0; i < kClients; ++i) const TruststoreUpdateClient client;
+  for (int i = 0; i < kClients; ++i)
+    const TruststoreUpdateClient client(tests::QuietCollaborators());
   const Lines lines = log.Lines();
   EXPECT_EQ(std::count(lines.begin(), lines.end(), kStarted), kClients);
   EXPECT_EQ(std::count(lines.begin(), lines.end(), kSessionOk), kClients);
 }
 
-TEST_F(ClientConstruction, End_NothingLoggedByItOrAfterIt) {
+TEST_F(ClientConstruction, End_WorkTerminatedAndNothingElseLogged) {
   const tests::HostConfiguration configuration;
-  auto client = std::make_unique<TruststoreUpdateClient>();
+  auto client = std::make_unique<TruststoreUpdateClient>(tests::QuietCollaborators());
   platform_host::CapturedLog lines;
   client.reset();
-  EXPECT_THAT(lines.Lines(), SizeIs(0));
+  EXPECT_THAT(lines.Lines(), ElementsAre("debug: HSM: OCSP retries Disabled",
+                                         "debug: ContainerHandler: Processing terminated"));
 }
 
 // A client whose construction is over; its lines are not in the log.
@@ -146,7 +149,7 @@ class Client : public Watched {
   }
 
   const tests::HostConfiguration configuration;
-  TruststoreUpdateClient client;
+  TruststoreUpdateClient client{tests::QuietCollaborators()};
   const platform_host::CapturedLog lines;
 };
 
@@ -252,7 +255,7 @@ class ClientReset : public Watched {
 TEST_F(ClientReset, EverythingWorks_StoresAndRecordsCleared) {
   tests::RunOnFreshUnit([] {
     Provide();
-    const TruststoreUpdateClient client;
+    const TruststoreUpdateClient client(tests::QuietCollaborators());
     EXPECT_TRUE(client.FactoryReset());
     EXPECT_FALSE(IsInstalled());
     EXPECT_EQ(Record("truststore-container-id"), "");
@@ -263,7 +266,7 @@ TEST_F(ClientReset, EverythingWorks_StoresAndRecordsCleared) {
 TEST_F(ClientReset, BeforeContainer_ResetThenContainer) {
   tests::RunOnFreshUnit([] {
     Provide();
-    TruststoreUpdateClient client;
+    TruststoreUpdateClient client{tests::QuietCollaborators()};
     const platform_host::CapturedLog lines;
     client.HandleDevContainer("/run/absent", true);
     Lines expected = LinesOfReset();
@@ -276,7 +279,7 @@ TEST_F(ClientReset, BeforeContainer_ResetThenContainer) {
 TEST_F(ClientReset, NotAskedFor_InstalledStays) {
   tests::RunOnFreshUnit([] {
     Provide();
-    TruststoreUpdateClient client;
+    TruststoreUpdateClient client{tests::QuietCollaborators()};
     client.HandleDevContainer("/run/absent", false);
     EXPECT_TRUE(IsInstalled());
   });
@@ -287,7 +290,7 @@ TEST_F(ClientReset, RecordsCannotBeWritten_FailureToldAndContainerTried) {
   tests::RunOnFreshUnit([] {
     Provide();
     std::filesystem::remove_all(tempDir);
-    TruststoreUpdateClient client;
+    TruststoreUpdateClient client{tests::QuietCollaborators()};
     EXPECT_FALSE(client.FactoryReset());
     const platform_host::CapturedLog lines;
     client.HandleDevContainer("/run/absent", true);

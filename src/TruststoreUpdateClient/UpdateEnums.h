@@ -38,6 +38,14 @@ enum ResponseStatus : std::uint8_t {
   kProcessingStopped = 16,
 };
 
+/// Why an update is started. The download request carries the number.
+enum RenewalReason : std::uint8_t {
+  RENEWAL_REASON_JOB = 0,           ///< the backend asked for it
+  RENEWAL_REASON_UPDATEFAILED = 1,  ///< an earlier update failed
+  RENEWAL_REASON_EMPTYTS = 2,       ///< nothing is installed
+  RENEWAL_REASON_UNKNOWNCA = 3,     ///< a server's certificate could not be verified
+};
+
 /// The backend's names of the values 0 to 9, for log lines.
 inline const std::string StatusStrings[] = {
     "STATUS_CODE_SUCCESS",         "STATUS_CODE_DOWNLOAD_ERROR",

@@ -34,11 +34,15 @@ class UpdateHandlerOver : public ::testing::Test {
             "info: The container file was not read: " + reason};
   }
 
+  static UpdateHandler::Collaborators Over(std::shared_ptr<ContainerHandlerIf> containerHandler) {
+    return {std::move(containerHandler), std::make_shared<ContainerConnection>(nullptr), nullptr};
+  }
+
   const tests::TemporaryDirectory directory;
   const std::shared_ptr<tests::FakeContainerHandler> containerHandler =
       std::make_shared<tests::FakeContainerHandler>();
   const platform_host::CapturedLog log;
-  UpdateHandler handler{containerHandler};
+  UpdateHandler handler{Over(containerHandler)};
 };
 
 TEST_F(UpdateHandlerOver, ContainerHandler_NothingLogged) {
@@ -134,7 +138,7 @@ TEST_F(UpdateHandlerOver, RemoveAllTrustStores_AnswerOfContainerHandler) {
 
 class UpdateHandlerWithoutContainerHandler : public UpdateHandlerOver {
  protected:
-  UpdateHandler without{std::shared_ptr<ContainerHandlerIf>()};
+  UpdateHandler without{Over(nullptr)};
 };
 
 TEST_F(UpdateHandlerWithoutContainerHandler, Construction_Logged) {

@@ -1,5 +1,7 @@
 // The daemon's entry point. Every path ends with 0: what went wrong is in the log.
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -28,8 +30,8 @@ void RunClient(const tuc::CommandLine& commandLine, const DevelopmentTools& tool
   try {
     tuc::TruststoreUpdateClient client;
     if (commandLine.developmentContainer.empty()) {
-      CSCLogging::LogError(
-          "This version cannot reach a backend yet: give it a container with -f filename");
+      client.Initialize(commandLine.factoryReset);
+      client.Main();
     } else {
       client.HandleDevContainer(commandLine.developmentContainer, commandLine.factoryReset);
     }
@@ -38,6 +40,14 @@ void RunClient(const tuc::CommandLine& commandLine, const DevelopmentTools& tool
     ResetSwitches(tools);
     throw;
   }
+}
+
+// Whoever started this process may have blocked the signal that ends it in order.
+void AllowTermination() {
+  sigset_t termination;
+  ::sigemptyset(&termination);
+  ::sigaddset(&termination, SIGTERM);
+  ::pthread_sigmask(SIG_UNBLOCK, &termination, nullptr);
 }
 
 // A reader of the output that goes away, or a limit on file sizes, must not end an installation
@@ -58,6 +68,7 @@ void OpenMissingStandardStreams() {
 
 int main(int argc, char** argv) {
   OpenMissingStandardStreams();
+  AllowTermination();
   IgnoreSignalsOfFailedWrites();
   CSCLogging::InitLogging("TU");
   try {
