@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/host/config/HostConfig.h"
+#include "platform/host/csc_logging/BearerTokens.h"
 #include "platform/host/csc_logging/DescriptorSink.h"
 #include "platform/host/csc_logging/LogSinks.h"
 #include "support/Mutex.h"
@@ -47,15 +48,25 @@ class Log {
   }
 
   void Write(LogLevel lineLevel, std::string_view text) EXCLUDES(mutex) {
-    for (const auto& sink : SinksFor(lineLevel)) sink->Write(lineLevel, text);
+    if (const auto capture = NewestCapture()) return capture->Write(lineLevel, text);
+    const LogSinkList receivers = SinksFor(lineLevel);
+    if (receivers.empty()) return;
+    // Here rather than in the sinks: no sink, of whatever kind, is ever given a token to write.
+    std::string storage;
+    const std::string_view shown = HideBearerTokens(text, storage);
+    for (const auto& sink : receivers) sink->Write(lineLevel, shown);
   }
 
  private:
   Log() : sinks{MakeStandardErrorSink(kNoApplication)} {}
 
+  std::shared_ptr<LogSink> NewestCapture() EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
+    return captures.empty() ? nullptr : captures.back();
+  }
+
   LogSinkList SinksFor(LogLevel lineLevel) EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
-    if (!captures.empty()) return {captures.back()};
     return lineLevel >= level ? sinks : LogSinkList{};
   }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "platform/host/config/HostConfig.h"
+#include "platform/host/csc_logging/LineFormat.h"
 #include "platform/host/csc_logging/LogSinks.h"
 #include "support/FileContents.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -15,6 +16,7 @@ namespace platform_host {
 namespace {
 
 using csc_logging::CSCLogging;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 
@@ -166,6 +168,31 @@ TEST_F(Logging, JournalOnStandardError_PriorityPrefix) {
   EXPECT_EQ(output, "<3>TU for the journal\n");
 }
 
+/// As the client logs a request that it has sent.
+constexpr const char* kRequestLine = "Sent request\nAuthorization: Bearer s3cr:t\r\nHost: a\n";
+constexpr const char* kShownRequest =
+    R"(Sent request\x0aAuthorization: Bearer ***\x0d\x0aHost: a\x0a)"
+    "\n";
+
+TEST_F(Logging, LineWithToken_NoSinkWritesIt) {
+  Configure("[logging]\nlevel = \"debug\"\nsinks = [\"stderr\", \"file:" + logPath + "\"]\n");
+  const std::string output = ErrorOutputOf([] {
+    CSCLogging::InitLogging("TU");
+    CSCLogging::LogDebug(kRequestLine);
+  });
+  EXPECT_THAT(output, EndsWith(kShownRequest));
+  EXPECT_THAT(LogFile(), EndsWith(kShownRequest));
+}
+
+TEST_F(Logging, TokenWhereTheLineIsCut_NoPartOfIt) {
+  ::setenv(HostConfig::kPathVariable, (directory.Path() + "/missing").c_str(), 1);
+  const std::string output = ErrorOutputOf([] {
+    CSCLogging::InitLogging("TU");
+    CSCLogging::LogInfo(std::string(kLineLimit - 60, 'x') + " Bearer " + std::string(9000, 's'));
+  });
+  EXPECT_THAT(output, EndsWith("x Bearer ***\n"));
+}
+
 /// Each statement runs in a fresh process, in which nothing has been logged before.
 class LoggingDeathTest : public ::testing::Test {
  protected:
@@ -180,6 +207,15 @@ TEST_F(LoggingDeathTest, BeforeInitLogging_StandardErrorFromInfo) {
         std::exit(0);
       },
       ::testing::ExitedWithCode(0), MatchesRegex(std::string(kTime) + "info - seen\n"));
+}
+
+TEST_F(LoggingDeathTest, TokenBeforeInitLogging_NotWrittenEither) {
+  EXPECT_EXIT(
+      {
+        CSCLogging::LogInfo("Bearer secret");
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), MatchesRegex(std::string(kTime) + "info - Bearer [*][*][*]\n"));
 }
 
 /// Logs from the very last destructor of its process.

@@ -42,6 +42,12 @@ TEST(CapturedLog, TextWithControlBytes_KeptUnchanged) {
   EXPECT_EQ(log.Records()[0].level, LogLevel::kInfo);
 }
 
+TEST(CapturedLog, TextWithToken_KeptUnchanged) {
+  const CapturedLog log;
+  CSCLogging::LogDebug("Authorization: Bearer secret");
+  EXPECT_THAT(log.Lines(), ElementsAre("debug: Authorization: Bearer secret"));
+}
+
 TEST(CapturedLog, Entry_TextOfEntryKept) {
   const CapturedLog log;
   csc_logging::CSCLogEntry entry;

@@ -24,12 +24,13 @@ class LogSink {
 using LogSinkList = std::vector<std::shared_ptr<LogSink>>;
 
 /// Sends every later line of `level` and above to `sinks` and nowhere else, until the next call or
-/// the next CSCLogging::InitLogging. A line under way on another thread may still reach a sink that
-/// was replaced, which lives until then.
+/// the next CSCLogging::InitLogging. Access tokens in a line reach no sink (BearerTokens.h). A line
+/// under way on another thread may still reach a sink that was replaced, which lives until then.
 void ReplaceLogSinks(LogSinkList sinks, LogLevel level);
 
-/// Sends every later line of every level to `capture` alone, whatever the sinks and the level are
-/// or become, until EndLogCapture. Captures nest: the newest one receives.
+/// Sends every later line of every level to `capture` alone, exactly as it was logged, whatever the
+/// sinks and the level are or become, until EndLogCapture. Captures nest: the newest one receives.
+/// Tokens are not hidden from it: it is for the process itself, and writes to nobody else.
 void BeginLogCapture(std::shared_ptr<LogSink> capture);
 
 /// Ends what BeginLogCapture began; the order of ending does not matter. Does nothing for an
