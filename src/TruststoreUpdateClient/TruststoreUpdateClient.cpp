@@ -55,16 +55,8 @@ TruststoreUpdateClient::TruststoreUpdateClient(ClientCollaborators given)
   CreateCollaborators(given);
 }
 
-// Each release below waits for what can still call back; what that uses is released after it.
 TruststoreUpdateClient::~TruststoreUpdateClient() {
   if (lumoConnector) lumoConnector->Stop();
-  lifecycleAdapter.reset();
-  mqttConnection.reset();
-  lumoConnector.reset();
-  tlsAlerts.reset();
-  std::shared_ptr<UpdateHandlerIf> last;  // ends after the lock is free again
-  const support::MutexLock lock(handlerMutex);
-  last.swap(updateHandler);
 }
 
 void TruststoreUpdateClient::CreateCollaborators(const ClientCollaborators& given) {

@@ -154,16 +154,8 @@ class TruststoreUpdateClient
   void StartContainerUpdate(RenewalReason reason, const std::string& operation,
                             const std::string& installedContainerId);
 
-  // Released by the destructor, in its own order.
-  mutable support::Mutex handlerMutex;
-  std::shared_ptr<UpdateHandlerIf> updateHandler GUARDED_BY(handlerMutex);
-  std::shared_ptr<csa_common::TlsAlertsIf> tlsAlerts;
-  std::shared_ptr<lumo_connector::LumoConnector> lumoConnector;
-  std::shared_ptr<csa_common::MqttConnectionIf> mqttConnection;
   lumo_connector::SessionStatus sessionStatus = lumo_connector::SessionStatus::kStopped;
   bool factoryReset = false;
-  std::shared_ptr<process_lifecycle_adapter::ProcessLifecycleAdapterIf> lifecycleAdapter;
-
   State currentState = State::kOn;
   std::atomic<bool> stateChangePending{false};
   support::Mutex stateMutex;
@@ -188,6 +180,15 @@ class TruststoreUpdateClient
   const std::function<std::chrono::system_clock::time_point()> now;
   const std::function<void()> pauseForSecond;
   Trigger trigger;
+  mutable support::Mutex handlerMutex;
+
+  // Last, and so gone first, in this order backwards: the end of each waits for what it can still
+  // call, which uses the members above.
+  std::shared_ptr<UpdateHandlerIf> updateHandler GUARDED_BY(handlerMutex);
+  std::shared_ptr<csa_common::TlsAlertsIf> tlsAlerts;
+  std::shared_ptr<lumo_connector::LumoConnector> lumoConnector;
+  std::shared_ptr<csa_common::MqttConnectionIf> mqttConnection;
+  std::shared_ptr<process_lifecycle_adapter::ProcessLifecycleAdapterIf> lifecycleAdapter;
 };
 
 }  // namespace truststore_update_client
