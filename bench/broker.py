@@ -58,6 +58,8 @@ class Broker:
 
     def close(self):
         """The end of the bench."""
+        if self.running():
+            os.kill(self.pid, signal.SIGCONT)
         self._process.stop()
 
     def stop(self):
@@ -68,6 +70,20 @@ class Broker:
     def kill(self):
         self._process.kill()
         self._log.write("broker", "killed")
+
+    def freeze(self):
+        """From here on it takes connections and says nothing, until `thaw`."""
+        if not self.running():
+            raise BenchError("broker does not run")
+        os.kill(self.pid, signal.SIGSTOP)
+        os.waitid(os.P_PID, self.pid, os.WSTOPPED)
+        self._log.write("broker", "frozen")
+
+    def thaw(self):
+        if not self.running():
+            raise BenchError("broker does not run")
+        os.kill(self.pid, signal.SIGCONT)
+        self._log.write("broker", "thawed")
 
     def restart(self):
         self.stop()

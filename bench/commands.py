@@ -11,6 +11,7 @@ from bench.processes import BenchError
 WAIT_S = 60
 # Commands that wait for units.
 WAITING = ("reports", "alert")
+BROKER_ACTIONS = ("kill", "stop", "start", "restart", "freeze", "thaw")
 # What a file is offered as when it holds no id.
 NAMELESS = "FILE"
 
@@ -60,7 +61,7 @@ def _add_trouble(add):
     command.add_argument("name", help="a name that `bench.py misbehaviours` lists")
     command.add_argument("--times", type=int, help="only the next N connections")
     add("behave", "end a misbehaviour").add_argument("endpoint", nargs="?", choices=ENDPOINTS)
-    add("broker", "what becomes of mosquitto").add_argument("what", choices=["kill", "stop", "start", "restart"])
+    add("broker", "what becomes of mosquitto").add_argument("what", choices=BROKER_ACTIONS)
     command = add("responder", "what becomes of a CA's openssl ocsp")
     command.add_argument("ca", help="root, ca-1 ...")
     command.add_argument("what", choices=["kill", "restart"])

@@ -1,10 +1,12 @@
 """mosquitto, with mosquitto_sub as the unit."""
 
+import time
+
 import pytest
 
 from bench.box import Bench
 from bench.broker import JOB_TOPIC, PASSWORD, USERNAME
-from bench.processes import BenchError
+from bench.processes import STOP_S, BenchError
 
 
 @pytest.fixture(name="secure", scope="module")
@@ -66,6 +68,29 @@ def test_broker_that_is_down_takes_no_job(bench):
     bench.broker.kill()
     with pytest.raises(BenchError, match="Connection refused"):
         bench.publish_job("id-1")
+    bench.broker.start()
+
+
+def test_broker_that_is_frozen_says_nothing_until_it_is_thawed(bench, tools):
+    bench.broker.freeze()
+    assert subscribe(tools, bench, "-E", seconds=1, check=False).returncode != 0
+    bench.broker.thaw()
+    subscribe(tools, bench, "-E")
+
+
+def test_broker_that_is_frozen_ends_with_the_bench(tmp_path):
+    with Bench(tmp_path / "frozen") as bench:
+        began = time.monotonic()
+        bench.broker.freeze()
+    assert time.monotonic() - began < STOP_S
+    assert not bench.broker.running()
+
+
+def test_broker_that_does_not_run_is_neither_frozen_nor_thawed(bench):
+    bench.broker.stop()
+    for each in (bench.broker.freeze, bench.broker.thaw):
+        with pytest.raises(BenchError, match="broker does not run"):
+            each()
     bench.broker.start()
 
 
