@@ -11,6 +11,8 @@ import threading
 from dataclasses import dataclass
 
 DEADLINE_S = 60
+SEND_AGAIN_S = 2
+STATUS = "info: Send Update Status to the Device Platform: STATUS_CODE_"
 LOG_LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z (?P<level>[a-z]+) (?P<application>\S+) (?P<text>.*)")
 
 
@@ -30,11 +32,20 @@ class Result:
     def log(self):
         return in_short(self.stderr.splitlines())
 
+    def status(self):
+        """The status of the update that it tells: a name without STATUS_CODE_, or a number."""
+        return [line for line in self.log() if line.startswith(STATUS)][-1].removeprefix(STATUS)
+
 
 class Running:
-    """A program, from its start to `end`. `bwrap`: the command that starts it, given further options of bwrap."""
+    """A program, from its start to `end`. `bwrap`: the command that starts it, given further options of bwrap.
 
-    def __init__(self, bwrap, environment):
+    may_lose_signal: ThreadSanitizer of clang 14 loses a signal that interrupts the very first wait of a thread.
+    """
+
+    def __init__(self, bwrap, environment, may_lose_signal=False):
+        self._may_lose_signal = may_lose_signal
+        self._sent = None
         reading, writing = os.pipe()
         with open(reading, encoding="ascii") as told:
             try:
@@ -73,14 +84,23 @@ class Running:
 
     def send_signal(self, number):
         """A signal to it; nothing if it has ended, as the signal before may have made it."""
+        self._sent = number
         with contextlib.suppress(ProcessLookupError):
             os.kill(self.pid, number)
 
     def wait(self):
         """Waits for its end. Returns its exit code, 128 and more for a signal, and all of its log."""
+        if self._may_lose_signal and self._sent is not None:
+            self._send_again()
         code = self._process.wait(DEADLINE_S)
         self._reader.join(DEADLINE_S)
         return code, self.log()
+
+    def _send_again(self):
+        for _ in range(DEADLINE_S // SEND_AGAIN_S):
+            if self.ended_within(SEND_AGAIN_S):
+                return
+            self.send_signal(self._sent)
 
     def ended_within(self, seconds):
         """Watches it so long; whether it has ended."""

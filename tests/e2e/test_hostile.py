@@ -2,13 +2,15 @@
 
 import json
 import os
+import re
 import resource
 
 import pytest
 
 from bench import authority, containers
+from unit import sanitizers
 
-STATUS = "info: Send Update Status to the Device Platform: STATUS_CODE_"
+STATUS_LINE = "Send Update Status to the Device Platform: STATUS_CODE_"
 TS = "2026-01-02T03:04:05"
 SIZE = 4 << 20
 CPU_LIMIT_S = 5
@@ -31,7 +33,7 @@ def fixture_signer(pki):
 @pytest.fixture(name="give")
 def fixture_give(ready_unit, build_dir):
     """A function that installs a text and returns the status; sanitizers cost more than the bounds allow."""
-    sanitized = "TSUC_SANITIZE:STRING=\n" not in (build_dir / "CMakeCache.txt").read_text()
+    sanitized = bool(sanitizers(build_dir))
 
     def give(text):
         assert len(text) <= SIZE
@@ -47,7 +49,8 @@ def fixture_give(ready_unit, build_dir):
             # Linux counts what this process had before the child became another program.
             inherited = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
             assert usage.ru_maxrss < max(MEMORY_LIMIT_KIB, inherited + 1)
-        return log.read_text(errors="replace").splitlines()[-1].rpartition(STATUS.removeprefix("info: "))[2]
+        told = re.findall(f" {STATUS_LINE}(.*)", log.read_text(errors="replace"))
+        return told[-1]
     return give
 
 

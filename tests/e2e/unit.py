@@ -7,6 +7,7 @@ it) and the rest of the machine is read only. Works as root or not, and any numb
 import copy
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import urllib.parse
@@ -36,6 +37,12 @@ no-check-tscsignature       = false     ; Do not check the JSON Web Signature
 no-check-ocsp               = false     ; Do not care about the OCSP check result
 no-check-all                = false     ; disable all before-mentioned checks
 ;            """
+
+
+def sanitizers(build_dir):
+    """The sanitizers of a build; empty for none."""
+    cache = (pathlib.Path(build_dir) / "CMakeCache.txt").read_text()
+    return re.search("^TSUC_SANITIZE:STRING=(.*)$", cache, re.MULTILINE)[1]
 
 
 def _environment(further):
@@ -98,7 +105,7 @@ class Unit:
         """Starts a program, which works until its Running or this unit is closed."""
         def bwrap(*further):
             return self.command(str(self.build_dir / "bin" / program), *arguments, options=(*options, *further))
-        self._started.append(Running(bwrap, _environment(env)))
+        self._started.append(Running(bwrap, _environment(env), may_lose_signal="thread" in sanitizers(self.build_dir)))
         return self._started[-1]
 
     def close(self):
