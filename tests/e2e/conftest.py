@@ -2,6 +2,7 @@
 
 import pytest
 
+from daemon import Daemon
 from unit import Unit
 
 
@@ -10,3 +11,10 @@ def fixture_unit(tmp_path, build_dir):
     unit = Unit(tmp_path / "unit", build_dir)
     yield unit
     unit.close()
+
+
+@pytest.fixture(name="daemon")
+def fixture_daemon(unit, tmp_path):
+    """A unit with a bench of its own."""
+    with Daemon(unit, tmp_path / "bench") as daemon:
+        yield daemon
