@@ -4,9 +4,7 @@
 
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "tests/doubles/FakeContainerHandler.h"
-#include "tests/support/CapturedOutput.h"
 #include "tests/support/Files.h"
-#include "tests/support/HostConfiguration.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace truststore_update_client {
@@ -153,18 +151,6 @@ TEST_F(UpdateHandlerWithoutContainerHandler, Container_UnexpectedError) {
   without.UpdateDevContainer(FileHolding("a.b.c"));
   EXPECT_THAT(log.Lines(), ElementsAre("error: Cannot create Containerhandler!",
                                        kStatusLine + "STATUS_CODE_UNEXPECTED_ERROR"));
-}
-
-// The whole chain of objects, with nothing replaced: what is no container is refused by it.
-TEST(UpdateHandlerOfUnit, NoContainer_RefusedAndNothingInstalled) {
-  const tests::HostConfiguration configuration;
-  tests::WriteText(configuration.Directory() + "/container", "no container");
-  const platform_host::CapturedLog log;
-  const tests::CapturedOutput output;
-  UpdateHandler handler{std::shared_ptr<lumo_connector::LumoConnector>()};
-  handler.UpdateDevContainer(configuration.Directory() + "/container");
-  EXPECT_EQ(log.Lines().back(), kStatusLine + "STATUS_CODE_SIGN_VALIDATION_ERROR");
-  EXPECT_FALSE(std::filesystem::exists(configuration.TrustStore()));
 }
 
 }  // namespace
