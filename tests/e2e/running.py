@@ -58,6 +58,7 @@ class Running:
         self._changed = threading.Condition()
         self._lines = []
         self._counts = collections.Counter()
+        self._is_over = False
         self._reader = threading.Thread(target=self._read, daemon=True)
         self._reader.start()
 
@@ -68,6 +69,9 @@ class Running:
                 self._lines.append(text)
                 self._counts.update(in_short([text]))
                 self._changed.notify_all()
+        with self._changed:
+            self._is_over = True
+            self._changed.notify_all()
 
     def lines(self):
         """Its standard error so far."""
@@ -78,9 +82,10 @@ class Running:
         return in_short(self.lines())
 
     def wait_for(self, text, count=1):
-        """Waits until the log has a line `count` times."""
+        """Waits until the log has a line `count` times. Fails when it has not in time, or when the program has ended."""
         with self._changed:
-            assert self._changed.wait_for(lambda: self._counts[text] >= count, DEADLINE_S), self._lines[-100:]
+            self._changed.wait_for(lambda: self._counts[text] >= count or self._is_over, DEADLINE_S)
+            assert self._counts[text] >= count, [f"no '{text}'", *self._lines[-100:]]
 
     def send_signal(self, number):
         """A signal to it; nothing if it has ended, as the signal before may have made it."""
