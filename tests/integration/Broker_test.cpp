@@ -10,6 +10,7 @@
 #include "tests/integration/BrokerUnit.h"
 #include "tests/support/Files.h"
 #include "tests/support/MosquittoBroker.h"
+#include "tests/support/ProcessUse.h"
 #include "tests/support/TestPki.h"
 
 namespace lumo_connector {
@@ -89,6 +90,33 @@ TEST_F(Broker, JobWhileUnitWasOff_DeliveredOnce) {
   unit.Connect();
   EXPECT_TRUE(broker.Publish("job", "end"));
   EXPECT_THAT(unit.topics.heard.WaitForCount(1), ElementsAre("message job end"));
+}
+
+// As a process that installs a container file beside the daemon, or before it starts.
+TEST_F(Broker, NobodyListensOrSends_UnitsPlaceAndMessagesLeftAlone) {
+  broker.Start();
+  BrokerUnit unit(broker.Port());
+  unit.ConnectAndSubscribe();
+  tests::RecordingSession session;
+  lumo_connector::LumoConnector other(&session);
+  const auto threads = tests::RunningThreads();
+  other.Start();
+  ASSERT_TRUE(session.heard.WaitFor("session 2"));
+  EXPECT_EQ(tests::RunningThreads(), threads);
+  other.Stop();
+  EXPECT_TRUE(broker.Publish("job", "for the listener"));
+  EXPECT_TRUE(unit.topics.heard.WaitFor("message job for the listener"));
+  EXPECT_THAT(log.Lines(LogLevel::kInfo), ElementsAre(Connected()));
+}
+
+TEST_F(Broker, PublicationWithoutListener_ConnectedForIt) {
+  broker.Start();
+  BrokerUnit unit(broker.Port());
+  unit.connector.Start();
+  ASSERT_TRUE(unit.session.heard.WaitFor("session 2"));
+  EXPECT_EQ(unit.connector.PubSubPublish("job", {'x'}, 10, 20, 0, "none", true), 0);
+  EXPECT_TRUE(tests::Eventually(
+      [&] { return log.Lines(LogLevel::kInfo) == std::vector<std::string>{Connected()}; }));
 }
 
 TEST_F(Broker, KilledAndRestarted_LossAndReturnToldAndResubscribed) {

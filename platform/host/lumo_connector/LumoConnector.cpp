@@ -94,7 +94,9 @@ class LumoConnector::Impl : public CallbackSource {
       EXCLUDES(mutex) {
     if (listener == nullptr || IsStopped()) return 0;
     try {
-      return states.Subscribe(transactionTypeId, listener);
+      const std::uint32_t id = states.Subscribe(transactionTypeId, listener);
+      WantBroker();
+      return id;
     } catch (const std::bad_alloc&) {
       return 0;
     }
@@ -129,11 +131,13 @@ class LumoConnector::Impl : public CallbackSource {
     if (listener == nullptr || !requests.HasSession()) return kNotConfigured;
     bool isConnected = false;
     if (!events.Listen(listener, isConnected)) return kListenedAlready;
+    WantBroker();
     return isConnected ? kConnected : kInProgress;
   }
 
   [[nodiscard]] LumoPubSubResult Subscribe(const std::string& topic) {
     const auto result = requests.Subscribe(topic);
+    WantBroker();
     broker.Wake();
     return result;
   }
@@ -141,17 +145,22 @@ class LumoConnector::Impl : public CallbackSource {
   [[nodiscard]] std::int32_t Publish(const std::string& topic,
                                      const std::vector<std::uint8_t>& payload) {
     const auto result = requests.Publish(topic, payload);
+    WantBroker();
     broker.Wake();
     return result;
   }
 
   [[nodiscard]] std::int32_t Unlisten() { return events.Unlisten() ? 0 : kNotConfigured; }
 
-  /// Tells of the session: its beginning, then the rejection.
+  /// Tells of the session: its beginning, then the rejection. Begins that with the broker between
+  /// the two.
   bool TellNext() override EXCLUDES(mutex) {
     switch (TakeDue()) {
       case Due::kStart:
         Tell(Open());
+        return true;
+      case Due::kBroker:
+        if (!BeginBrokerSession()) Tell(SessionStatus::kFailed);
         return true;
       case Due::kRejection:
         Tell(SessionStatus::kRejected);
@@ -163,11 +172,14 @@ class LumoConnector::Impl : public CallbackSource {
   }
 
  private:
-  enum class Due { kNothing, kStart, kRejection };
+  enum class Due { kNothing, kStart, kBroker, kRejection };
 
   [[nodiscard]] Due TakeDue() EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
     if (std::exchange(isStartDue, false)) return Due::kStart;
+    if (isBrokerWanted && config != nullptr && std::exchange(isBrokerDue, false)) {
+      return Due::kBroker;
+    }
     return std::exchange(isRejectionDue, false) ? Due::kRejection : Due::kNothing;
   }
 
@@ -210,8 +222,32 @@ class LumoConnector::Impl : public CallbackSource {
     auto session = std::make_unique<BrokerSession>(*loaded.broker, std::move(client).Take(),
                                                    std::move(parties), RandomFraction);
     requests.Begin();
-    broker.Start(std::move(session));
+    waitingSession = std::move(session);
+    const support::MutexLock lock(mutex);
+    isBrokerDue = true;
     return true;
+  }
+
+  /// Until then a process that only installs a container file leaves the broker's messages, and the
+  /// unit's place at the broker, to the one that listens to them.
+  void WantBroker() EXCLUDES(mutex) {
+    {
+      const support::MutexLock lock(mutex);
+      isBrokerWanted = true;
+    }
+    callbacks.Wake();
+  }
+
+  /// Returns false, and one line has told why, when there can be no session with the broker.
+  [[nodiscard]] bool BeginBrokerSession() noexcept {
+    try {
+      broker.Start(std::move(waitingSession));
+      return true;
+    } catch (const std::exception& error) {
+      LogError(error.what());
+    }
+    requests.End();
+    return false;
   }
 
   void Reject() EXCLUDES(mutex) {
@@ -236,9 +272,12 @@ class LumoConnector::Impl : public CallbackSource {
   bool started GUARDED_BY(mutex) = false;
   bool stopped GUARDED_BY(mutex) = false;
   bool isStartDue GUARDED_BY(mutex) = false;      ///< to be told by the callback thread
-  bool isRejectionDue GUARDED_BY(mutex) = false;  ///< likewise
+  bool isBrokerDue GUARDED_BY(mutex) = false;     ///< `waitingSession` is to be begun, when wanted
+  bool isBrokerWanted GUARDED_BY(mutex) = false;  ///< somebody listens or sends
+  bool isRejectionDue GUARDED_BY(mutex) = false;  ///< to be told by the callback thread
   SessionStatus status GUARDED_BY(mutex) = SessionStatus::kStopped;
   const HostConfig* config GUARDED_BY(mutex) = nullptr;
+  std::unique_ptr<BrokerSession> waitingSession;  ///< of the callback thread
 
   // Each uses those above it.
   CallbackThread callbacks;
