@@ -86,13 +86,14 @@ class Bench:
         self.log.write("backend", f"offers {container_id}, {len(text)} bytes")
         return container_id
 
-    def publish_job(self, container_id=None, *, payload=None):
-        """Publishes a job for this container (default: the offered one), or `payload` as it is."""
+    def publish_job(self, container_id=None, *, payload=None, retain=False):
+        """Publishes a job for this container (default: the offered one), or `payload` as it is; retained, for units
+        that subscribe later, too."""
         if payload is None:
             offered = self.backend.offered()
             container_id = container_id if container_id is not None else offered[1] if offered else ""
             payload = schema.job(container_id).SerializeToString()
-        self.broker.publish(payload)
+        self.broker.publish(payload, retain=retain)
         self.log.write("broker", f"published a job of {len(payload)} bytes for '{container_id or ''}'")
 
     # What units did.

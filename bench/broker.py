@@ -89,13 +89,14 @@ class Broker:
         self.stop()
         self.start()
 
-    def publish(self, payload, topic=JOB_TOPIC):
-        """Publishes with QoS 1 and waits for the broker's word. Raises BenchError when that does not come."""
+    def publish(self, payload, topic=JOB_TOPIC, *, retain=False):
+        """Publishes with QoS 1 and waits for the broker's word; retained, for those that subscribe later, too. Raises
+        BenchError when that does not come."""
         client = self._client()
         try:
             client.connect("127.0.0.1", self.port)
             client.loop_start()
-            message = client.publish(topic, payload, qos=1)
+            message = client.publish(topic, payload, qos=1, retain=retain)
             message.wait_for_publish(PUBLISH_S)
             if not message.is_published():
                 raise BenchError("the broker does not take the message")
