@@ -87,6 +87,12 @@ class Running:
             self._changed.wait_for(lambda: self._counts[text] >= count or self._is_over, DEADLINE_S)
             assert self._counts[text] >= count, [f"no '{text}'", *self._lines[-100:]]
 
+    def ended_before(self, text):
+        """Waits until the log has a line, or no more can come. Whether the line never came."""
+        with self._changed:
+            assert self._changed.wait_for(lambda: self._counts[text] or self._is_over, DEADLINE_S), self._lines[-100:]
+            return not self._counts[text]
+
     def send_signal(self, number):
         """A signal to it; nothing if it has ended, as the signal before may have made it."""
         self._sent = number

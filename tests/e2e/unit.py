@@ -4,11 +4,14 @@ Inside, /run, /tmp, /var/lib and /etc are folders of the test; the build folder 
 it) and the rest of the machine is read only. Works as root or not, and any number at a time.
 """
 
+import contextlib
 import copy
 import os
 import pathlib
 import re
 import shutil
+import sqlite3
+import stat
 import subprocess
 import urllib.parse
 
@@ -17,6 +20,7 @@ from running import DEADLINE_S, Result, Running
 PROGRAM = "truststore-update-client"
 RUN_DIR = pathlib.PurePosixPath("run/csc/config/truststore-update-client")
 STATE_DIR = pathlib.PurePosixPath("var/lib/truststore-update-client")
+RECORD_KEYS = ("truststore-container-id", "truststore-timestamp")
 # What a program needs of /etc to load, to tell the time and to resolve names.
 ETC = ("group", "hosts", "ld.so.cache", "localtime", "nsswitch.conf", "passwd", "protocols", "services")
 
@@ -53,6 +57,10 @@ def _environment(further):
     return environment
 
 
+def _sockets(folder, names):
+    return [name for name in names if stat.S_ISSOCK(os.lstat(os.path.join(folder, name)).st_mode)]
+
+
 class Unit:
     """One unit: what survives a power loss, what does not, and the daemon."""
 
@@ -76,9 +84,9 @@ class Unit:
         return self.root / STATE_DIR / "trust-store"
 
     def copy(self, root):
-        """Another unit in the same state, in place of what is at `root`."""
+        """Another unit in the same state, in place of what is at `root`; sockets stay behind."""
         shutil.rmtree(root, ignore_errors=True)
-        shutil.copytree(self.root, root, symlinks=True)
+        shutil.copytree(self.root, root, symlinks=True, ignore=_sockets)
         copied = copy.copy(self)
         copied.root = pathlib.Path(root)
         copied._started = []
@@ -154,3 +162,12 @@ class Unit:
         return tuple(path.read_text() if path.exists() else None
                      for path in (self.root / RUN_DIR / "Truststore_Container_ID",
                                   self.root / RUN_DIR / "Truststore_Header_Timestamp"))
+
+    def stored_records(self):
+        """The same two as the persistency tells."""
+        database = sqlite3.connect(self.root / STATE_DIR / "persistency" / "FileStoragePort.db")
+        with contextlib.closing(database):
+            values = dict(database.execute("SELECT key, value FROM record"))
+        for key in RECORD_KEYS:
+            assert len(values[key]) == values[key + "-size"], values
+        return tuple(values[key].decode() for key in RECORD_KEYS)
