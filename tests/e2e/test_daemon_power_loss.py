@@ -1,24 +1,18 @@
 """A daemon that loses power, and what its next start makes of it: no case needs a hand.
 
-The calls that change files are counted by tests/programs/power_loss.cpp, which ends the daemon at one of them. Of the
-some 200 cases a sample is tried, with TSUC_EVERY_POWER_LOSS=1 all of them.
+Of the some 150 calls by which an update changes files a sample is tried, with TSUC_EVERY_POWER_LOSS=1 each of them.
 """
 
-import concurrent.futures
-import os
 import signal
 
 import pytest
 
+import power_loss
 from bench import containers
 from bench.box import Bench
 from bench.misbehaviour import REPORT
+from power_loss import KILLED
 
-EVERY = "TSUC_EVERY_POWER_LOSS" in os.environ
-# No divisor of the number of calls that a record takes: the sample does not meet the same ones over and over.
-SAMPLE_DISTANCE = 11
-AT_ONCE = 3
-KILLED = 128 + signal.SIGKILL
 OLD, NEW = ("TSC-OLD", "2026-01-02T03:04:05"), ("TSC-NEW", "2026-01-02T03:04:06")
 NEW_RECORDS = ("TSC-NEW", "1767323046")
 SENT = "info: Update Status was sent successfully."
@@ -73,25 +67,18 @@ def container(bench, identity, *names):
                             container_id=container_id)
 
 
-def start(unit, bench, **environment):
+def start(unit, bench, options=()):
     """Starts the daemon, as a client of the broker's that no other unit is."""
     unit.configure(bench.config_path.read_text().replace("bench-unit", unit.root.name))
-    options = ["--ro-bind", str(bench.directory), str(bench.directory)]
-    for name, value in environment.items():
-        options += ["--setenv", name, value]
-    return unit.start("truststore-update-client", options=options)
-
-
-def counting(unit, **further):
-    """What the daemon is started with to have its calls counted."""
-    return {"LD_PRELOAD": str(unit.build_dir / "lib" / "libpower_loss.so"), **further}
+    return unit.start("truststore-update-client",
+                      options=["--ro-bind", str(bench.directory), str(bench.directory), *options])
 
 
 def calls_of_an_update(unit, bench):
     """The names of the calls up to the report."""
-    running = start(unit, bench, **counting(unit, POWER_LOSS_CALLS="/tmp/calls"))
+    running = start(unit, bench, power_loss.counting(unit))
     running.wait_for(SENT)
-    calls = (unit.root / "tmp" / "calls").read_text().splitlines()
+    calls = power_loss.calls(unit)
     assert running.end()[0] == 0
     return calls
 
@@ -110,31 +97,27 @@ def check_backend_up(unit, bench):
     assert unit.records() == NEW_RECORDS
 
 
-def check_backend_down(unit, update):
+def check_backend_down(unit, text):
     """Without a backend the unit still takes a container from a file."""
     unit.configure(BACKEND_DOWN)
     unit.write_switches()
-    log = unit.install(update).log()
+    log = unit.install(text).log()
     status = [line for line in log if line.startswith(STATUS)][-1].removeprefix(STATUS)
     assert status in ("SUCCESS", ALREADY_INSTALLED), log
     assert_up_to_date(unit)
 
 
 def check_power_loss(unit, bench, call, reboots):
-    """Loses power at one call, then starts again. Returns what went wrong, None for nothing."""
-    running = start(unit, bench, **counting(unit, POWER_LOSS_AT=str(call)))
+    """Loses power at one call, then starts again."""
     try:
-        if not running.ended_before(SENT) or running.wait()[0] != KILLED:
-            return f"call {call}: was not killed: {running.log()}"
+        running = start(unit, bench, power_loss.at(unit, call))
+        assert running.ended_before(SENT) and running.wait()[0] == KILLED, running.log()
         if reboots:
             unit.reboot()
         check_backend_down(unit.copy(unit.root.with_name(unit.root.name + "-down")), bench.backend.offered()[0])
         check_backend_up(unit, bench)
-    except AssertionError as error:
-        return f"call {call}, reboots: {reboots}: {error}"
     finally:
         unit.close()
-    return None
 
 
 @pytest.mark.parametrize("before", ["older", "empty"])
@@ -142,16 +125,12 @@ def test_killed_at_any_call_that_changes_files_the_next_start_completes_the_upda
     unit = request.getfixturevalue(before)
     calls = calls_of_an_update(unit.copy(tmp_path / f"{before}-whole"), backend)
     assert {"write", "pwrite", "rename", "fsync", "fdatasync"} <= set(calls)
-    cases = [(call, way) for call in range(1, len(calls) + 1, 1 if EVERY else SAMPLE_DISTANCE)
-             for way in ((False, True) if EVERY else (call % 2 == 0,))]
 
-    def check(case):
-        call, reboots = case
-        return check_power_loss(unit.copy(tmp_path / f"{before}-{call}-{reboots}"), backend, call, reboots)
+    def check(call):
+        # Half of the machines start anew, the others only the daemon.
+        check_power_loss(unit.copy(tmp_path / f"{before}-{call}"), backend, call, reboots=call % 2 == 0)
 
-    with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
-        wrong = [what for what in pool.map(check, cases) if what]
-    assert not wrong, f"{len(wrong)} of {len(cases)}: {wrong[0]}"
+    power_loss.assert_no_case_fails(check, power_loss.sample(calls))
 
 
 @pytest.mark.parametrize("reboots", [False, True])
@@ -174,8 +153,8 @@ def test_killed_before_its_report_without_another_job_it_tells_the_backend_nothi
         unit.provision_root(bench.root_path.read_bytes())
         bench.offer_text(container(bench, NEW, "B", "C"), NEW[0])
         calls = calls_of_an_update(unit.copy(tmp_path / "whole"), bench)
-        # The last one tells other applications of the new trust store.
-        assert start(unit, bench, **counting(unit, POWER_LOSS_AT=str(len(calls)))).wait()[0] == KILLED
+        # The last call tells other applications of the new trust store.
+        assert start(unit, bench, power_loss.at(unit, len(calls))).wait()[0] == KILLED
         assert_up_to_date(unit)
         running = start(unit, bench)
         running.wait_for(SUBSCRIBED)

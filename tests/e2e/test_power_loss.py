@@ -1,22 +1,19 @@
-"""An update that is killed before any of its system calls, or that finds its disk full, and the next start after it."""
+"""An update by -f that loses power at any of its calls that change files, or finds its disk full, and the next one."""
 
 import shutil
-import signal
 import subprocess
 
 import pytest
 
+import power_loss
 from bench import containers
+from power_loss import KILLED
 from unit import RUN_DIR, STATE_DIR
 
 STATUS = "info: Send Update Status to the Device Platform: STATUS_CODE_"
 ALREADY_INSTALLED = "DOWNLOAD_ERROR"
 OLDER, OLD, NEW = "2025-01-02T03:04:05", "2026-01-02T03:04:05", "2026-01-02T03:04:06"
 NEW_SECONDS = "1767323046"
-# What changes the disk or makes a change last. Between two of SQLite's writes to a page nothing else happens.
-CALLS = ("rename", "fsync", "fdatasync", "mkdir", "unlink", "unlinkat", "rmdir")
-MOST_CALLS = 60
-KILLED = 128 + signal.SIGKILL
 # A unit whose processes may mount.
 MOUNTING = ("--unshare-user", "--uid", "0", "--gid", "0", "--cap-add", "CAP_SYS_ADMIN")
 # Runs a command with folder $1 on a file system without a free block, and leaves that folder's contents in $2.
@@ -56,12 +53,6 @@ def fixture_installed(unit, pki, container):
     return unit
 
 
-@pytest.fixture(name="tracing", scope="module")
-def fixture_tracing():
-    """Skips where the system lets nobody trace."""
-    require("strace", "-qq", "-e", "trace=none", "true")
-
-
 @pytest.fixture(name="mounting", scope="module")
 def fixture_mounting():
     """Skips where the system refuses user namespaces."""
@@ -78,16 +69,6 @@ def status_of(result):
     return [line for line in result.log() if line.startswith(STATUS)][-1].removeprefix(STATUS)
 
 
-def was_killed(unit, update, call, count):
-    """Installs and kills the daemon before its `count`th `call`, if it makes so many."""
-    # LeakSanitizer traces, too, and fails where it is traced already.
-    strace = ("env", "ASAN_OPTIONS=detect_leaks=0", "strace", "-f", "-qq", "-o", "/tmp/trace", "-e", f"trace={call}",
-              "-e", f"inject={call}:signal=KILL:when={count}")
-    result = unit.install(update, within=strace)
-    assert result.returncode in (0, KILLED), result.stderr
-    return result.returncode == KILLED
-
-
 def install_on_full_disk(unit, folder, container):
     """Installs with the unit's `folder` on a full disk. Returns the log."""
     script = ("sh", "-c", ON_FULL_DISK, "sh", f"/{folder}", "/tmp/after")
@@ -98,20 +79,20 @@ def install_on_full_disk(unit, folder, container):
     return result.log()
 
 
-@pytest.mark.usefixtures("tracing")
-@pytest.mark.parametrize("call", CALLS)
-def test_killed_before_a_system_call_the_next_start_completes_the_update(installed, container, tmp_path, call):
+def test_killed_at_any_call_that_changes_files_the_next_start_completes_the_update(installed, container, tmp_path):
     update = container(NEW, "TSC-NEW", "B", "C")
-    count = 1
-    while was_killed(unit := installed.copy(tmp_path / "killed"), update, call, count):
+    whole = installed.copy(tmp_path / "whole")
+    whole.install(update, options=power_loss.counting(whole))
+
+    def check(call):
+        unit = installed.copy(tmp_path / f"killed-{call}")
+        assert unit.install(update, options=power_loss.at(unit, call)).returncode == KILLED
         unit.reboot()
         unit.write_switches()
-        assert status_of(unit.install(update)) in ("SUCCESS", ALREADY_INSTALLED), count
-        assert sorted(unit.store()) == ["B", "C"], count
-        count += 1
-        assert count <= MOST_CALLS
-    assert count > 1
-    assert unit.records() == ("TSC-NEW", NEW_SECONDS)
+        assert status_of(unit.install(update)) in ("SUCCESS", ALREADY_INSTALLED)
+        assert (sorted(unit.store()), unit.stored_records()) == (["B", "C"], ("TSC-NEW", NEW_SECONDS))
+
+    power_loss.assert_no_case_fails(check, power_loss.sample(power_loss.calls(whole)))
 
 
 @pytest.mark.usefixtures("mounting")
