@@ -135,7 +135,7 @@ class Demo:
         self.end()
 
     def unknown_ca(self):
-        self.telling.step("d", "A TLS client meets a server of a CA that the unit does not know; the next container has it.")
+        self.telling.step("d", "A TLS client meets a server of an unknown CA; the next container brings that CA.")
         fleet = self.unit.store_dir / "installed" / "FLEET.pem"
         self.check("curl with the installed bundle FLEET refuses the server",
                    self.server.curl(fleet) == CURL_PEER_NOT_TRUSTED)
