@@ -33,25 +33,28 @@ UpdateHandler::Collaborators OnTheUnit(const std::shared_ptr<LumoConnector>& con
           development_tools::DevelopmentTools()};
 }
 
-// Runs `body` on a detached thread. False, logged, when there is no thread for it.
-template <typename Body>
-bool StartWorker(const char* name, Body body) {
-  try {
-    support::StartThread(name, std::move(body)).detach();
-    return true;
-  } catch (const std::exception& exception) {
-    CSCLogging::LogError(CSCLogEntry()
-                         << "Cannot start the thread " << name << ": " << exception.what());
-    return false;
-  }
-}
-
 // An exception that left a thread would end the process. What gets here could not even be logged.
 template <typename Work>
 void Contain(Work work) noexcept {
   try {
     work();
   } catch (...) {
+  }
+}
+
+// Runs what `prepare` returns on a detached thread. False, logged, when that cannot be: a worker
+// that was announced must not be waited for then.
+template <typename Prepare>
+bool StartWorker(const char* name, Prepare prepare) {
+  try {
+    support::StartThread(name, prepare()).detach();
+    return true;
+  } catch (const std::exception& exception) {
+    Contain([&] {
+      CSCLogging::LogError(CSCLogEntry()
+                           << "Cannot start the thread " << name << ": " << exception.what());
+    });
+    return false;
   }
 }
 
@@ -137,11 +140,13 @@ bool UpdateHandler::StartContainerUpdate(const RenewalReason& reason, const std:
     return false;
   }
   CSCLogging::LogDebug("Started Container Update.");
-  TellContainerHandlerOfRetries();
-  const Request request{reason, operation, installedContainerId};
-  if (StartWorker("ContainerUpdate", [this, shared = activity, request] {
-        Contain([&] { ContainerUpdateThread(request); });
-        EndContainerUpdate(*shared);
+  if (StartWorker("ContainerUpdate", [&] {
+        TellContainerHandlerOfRetries();
+        return
+            [this, shared = activity, request = Request{reason, operation, installedContainerId}] {
+              Contain([&] { ContainerUpdateThread(request); });
+              EndContainerUpdate(*shared);
+            };
       })) {
     return true;
   }
@@ -155,7 +160,7 @@ void UpdateHandler::EndContainerUpdate(UpdateActivity& shared) const {
     if (collaborators.containerHandler) collaborators.containerHandler->DisableUpdateRetries(false);
   });
   shared.EndContainerUpdate();
-  Contain([] { CSCLogging::LogDebug("Container Update ended."); });
+  CSCLogging::LogDebug("Container Update ended.");
 }
 
 void UpdateHandler::StartStatusUpdate(ResponseStatus status) {
@@ -167,23 +172,30 @@ void UpdateHandler::StartStatusUpdate(ResponseStatus status, const std::string& 
     CSCLogging::LogInfo("Status Report already active.");
     return;
   }
+  if (!StartWorker("StatusReport", [&] {
+        return [this, shared = activity, report = ReportOf(status, containerId)] {
+          Contain([&] { StatusReportThread(report); });
+          EndStatusUpdate(*shared);
+        };
+      })) {
+    EndStatusUpdate(*activity);
+  }
+}
+
+UpdateHandler::Report UpdateHandler::ReportOf(ResponseStatus status,
+                                              const std::string& containerId) const {
   Report report{status, containerId};
   const bool failedEarly =
       status == STATUS_CODE_DOWNLOAD_ERROR || status == STATUS_CODE_PARSE_ERROR;
   if (containerId.empty() && failedEarly && collaborators.containerHandler) {
     collaborators.containerHandler->GetInstallingContainerId(report.containerId);
   }
-  if (!StartWorker("StatusReport", [this, shared = activity, report = std::move(report)] {
-        Contain([&] { StatusReportThread(report); });
-        EndStatusUpdate(*shared);
-      })) {
-    EndStatusUpdate(*activity);
-  }
+  return report;
 }
 
 void UpdateHandler::EndStatusUpdate(UpdateActivity& shared) {
   shared.EndStatusReport();
-  Contain([] { CSCLogging::LogDebug("Status Reporting ended."); });
+  CSCLogging::LogDebug("Status Reporting ended.");
 }
 
 void UpdateHandler::StopProcessing(bool stop) {

@@ -117,6 +117,7 @@ class UpdateHandler : public UpdateHandlerIf {
   [[nodiscard]] ResponseStatus VerifyAndInstallContainer(const std::string& container);
   void EndContainerUpdate(UpdateActivity& shared) const;
 
+  [[nodiscard]] Report ReportOf(ResponseStatus status, const std::string& containerId) const;
   void StatusReportThread(const Report& report);
   [[nodiscard]] Next TryReport(const Report& report, bool& testDone, std::uint64_t retryStopsSeen);
   [[nodiscard]] bool SendReport(const Report& report, const Access& access) const;
