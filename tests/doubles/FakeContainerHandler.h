@@ -4,7 +4,9 @@
 #define TESTS_DOUBLES_FAKECONTAINERHANDLER_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TruststoreUpdateClient/ContainerHandlerIf.h"
@@ -17,10 +19,14 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
  public:
   using ResponseStatus = truststore_update_client::ResponseStatus;
 
+  /// What a test does inside a call, without the lock; may block, and throw.
+  using Hook = std::function<void()>;
+
   [[nodiscard]] ResponseStatus VerifyAndInstallContainer(const std::string& container) override
       EXCLUDES(mutex) {
+    const Hook hook = RememberContainer(container);
+    if (hook) hook();
     const support::MutexLock lock(mutex);
-    containers.push_back(container);
     return verification;
   }
 
@@ -31,6 +37,8 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
   }
 
   void GetInstallingContainerId(std::string& id) const override EXCLUDES(mutex) {
+    const Hook hook = InstallingIdHook();
+    if (hook) hook();
     const support::MutexLock lock(mutex);
     id = installingId;
   }
@@ -47,8 +55,9 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
 
   void StopProcessing(bool stop) override { Remember(stop ? "stop" : "resume"); }
   void TerminateProcessing() override { Remember("terminate"); }
-  void DisableUpdateRetries(bool disable) const override {
-    Remember(disable ? "disable retries" : "enable retries");
+  void DisableUpdateRetries(bool disable) const override EXCLUDES(mutex) {
+    const Hook hook = Remember(disable ? "disable retries" : "enable retries");
+    if (hook) hook();
   }
 
   /// Gives the number itself.
@@ -64,6 +73,21 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
   void AnswerRemoval(ResponseStatus status) EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
     removal = status;
+  }
+
+  /// What happens inside every further verification, every DisableUpdateRetries, and every question
+  /// for the container being installed.
+  void AtVerification(Hook hook) EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
+    atVerification = std::move(hook);
+  }
+  void AtRetriesChange(Hook hook) EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
+    atRetriesChange = std::move(hook);
+  }
+  void AtInstallingId(Hook hook) EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
+    atInstallingId = std::move(hook);
   }
 
   /// What the getters tell.
@@ -96,9 +120,21 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
   }
 
  private:
-  void Remember(const std::string& request) const EXCLUDES(mutex) {
+  Hook RememberContainer(const std::string& container) EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
+    containers.push_back(container);
+    return atVerification;
+  }
+
+  Hook Remember(const std::string& request) const EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
     requests.push_back(request);
+    return atRetriesChange;
+  }
+
+  Hook InstallingIdHook() const EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
+    return atInstallingId;
   }
 
   mutable support::Mutex mutex;
@@ -107,6 +143,9 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
   std::string installedId GUARDED_BY(mutex);
   std::string installingId GUARDED_BY(mutex);
   std::uint32_t installedTimestamp GUARDED_BY(mutex) = 0;
+  Hook atVerification GUARDED_BY(mutex);
+  Hook atRetriesChange GUARDED_BY(mutex);
+  Hook atInstallingId GUARDED_BY(mutex);
   std::vector<std::string> containers GUARDED_BY(mutex);
   mutable int removals GUARDED_BY(mutex) = 0;
   mutable std::vector<std::string> requests GUARDED_BY(mutex);
