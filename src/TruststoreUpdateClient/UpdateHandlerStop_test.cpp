@@ -308,12 +308,20 @@ TEST_F(StoppedUpdateHandler, EarlierStop_DoesNotShortenLaterWait) {
   handler->DisableUpdateRetries();
   EXPECT_TRUE(Start());
   EXPECT_TRUE(Logs(tests::kRetrying));
-  tests::WaitingThread<bool> stop([this] {
-    handler->StopProcessing(true);
-    return true;
-  });
-  EXPECT_TRUE(stop.Ends());
+  EXPECT_TRUE(Sleeps("ContainerUpdate"));
   EXPECT_EQ(exchange->Downloads().size(), 1U);
+}
+
+TEST_F(StoppedUpdateHandler, EarlierStop_DoesNotShortenLaterWaitOfReport) {
+  collaborators.retryInterval = kForEver;
+  exchange->PlanReports({FakeContainerConnection::Ends(kExchangeFailed)});
+  Make();
+  handler->StopProcessing(true);
+  handler->StopProcessing(false);
+  handler->StartStatusUpdate(STATUS_CODE_SUCCESS, "id");
+  EXPECT_TRUE(Logs(tests::kRetrying));
+  EXPECT_TRUE(Sleeps("StatusReport"));
+  EXPECT_EQ(exchange->Reports().size(), 1U);
 }
 
 TEST_F(StoppedUpdateHandler, TerminationBeforeThreadRuns_UpdateEnds) {

@@ -2,6 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <memory>
+#include <utility>
+
 #include "platform/host/csc_logging/CapturedLog.h"
 #include "tests/doubles/FakeContainerHandler.h"
 #include "tests/support/Files.h"
@@ -32,8 +36,11 @@ class UpdateHandlerOver : public ::testing::Test {
             "info: The container file was not read: " + reason};
   }
 
-  static UpdateHandler::Collaborators Over(std::shared_ptr<ContainerHandlerIf> containerHandler) {
-    return {std::move(containerHandler), std::make_shared<ContainerConnection>(nullptr), nullptr};
+  [[nodiscard]] std::string Marker() const { return directory.Path() + "/marker"; }
+
+  [[nodiscard]] UpdateHandler::Collaborators Over(std::shared_ptr<ContainerHandlerIf> given) const {
+    return {std::move(given), std::make_shared<ContainerConnection>(nullptr), nullptr, std::nullopt,
+            Marker()};
   }
 
   const tests::TemporaryDirectory directory;
@@ -134,6 +141,55 @@ TEST_F(UpdateHandlerOver, RemoveAllTrustStores_AnswerOfContainerHandler) {
   EXPECT_THAT(log.Lines(), SizeIs(0));
 }
 
+TEST_F(UpdateHandlerOver, Getters_AnswersOfContainerHandler) {
+  containerHandler->SetInstalled("installed", 4294967295U);
+  std::string id = "before";
+  handler.GetInstalledContainerId(id);
+  EXPECT_EQ(id, "installed");
+  EXPECT_EQ(handler.GetInstalledContainerTimestamp(), 4294967295U);
+  std::string text = "before";
+  handler.ConvertEpochTimestampToDatetime(7, text);
+  EXPECT_EQ(text, "7");
+  EXPECT_THAT(log.Lines(), SizeIs(0));
+}
+
+TEST_F(UpdateHandlerOver, Fresh_NothingUnderWayAndEveryFlagOff) {
+  EXPECT_FALSE(handler.IsContainerUpdateOngoing());
+  EXPECT_FALSE(handler.IsConnectingAllowed());
+  EXPECT_FALSE(handler.IsProcessingStopped());
+  EXPECT_FALSE(handler.IsUpdateRetryDisabled());
+  EXPECT_THAT(containerHandler->Requests(), SizeIs(0));
+}
+
+TEST_F(UpdateHandlerOver, ConnectionState_RememberedAsToldLast) {
+  handler.ConnectionStateChange(true);
+  EXPECT_TRUE(handler.IsConnectingAllowed());
+  handler.ConnectionStateChange(false);
+  EXPECT_FALSE(handler.IsConnectingAllowed());
+  EXPECT_THAT(log.Lines(), SizeIs(0));
+}
+
+TEST_F(UpdateHandlerOver, Notification_WrittenAndTold) {
+  const std::vector<std::pair<unsigned char, std::string>> cases = {
+      {1, "info: Update Notification sent to other applications"},
+      {0, "info: Update Notification cleared"},
+      {255, "info: Update Notification sent to other applications"}};
+  for (const auto& [value, line] : cases) {
+    const platform_host::CapturedLog lines;
+    handler.SendUpdateNotificationToOtherApps(value);
+    EXPECT_THAT(lines.Lines(), ElementsAre(line));
+    EXPECT_EQ(tests::ReadText(Marker()), std::to_string(value));
+  }
+}
+
+TEST_F(UpdateHandlerOver, NotificationThatCannotBeWritten_Told) {
+  std::filesystem::create_directory(Marker());
+  handler.SendUpdateNotificationToOtherApps(0);
+  EXPECT_THAT(log.Lines(),
+              ElementsAre("error: Error sending Update Notification to other applications!",
+                          "info: The marker file was not written: Is a directory"));
+}
+
 class UpdateHandlerWithoutContainerHandler : public UpdateHandlerOver {
  protected:
   UpdateHandler without{Over(nullptr)};
@@ -141,6 +197,16 @@ class UpdateHandlerWithoutContainerHandler : public UpdateHandlerOver {
 
 TEST_F(UpdateHandlerWithoutContainerHandler, Construction_Logged) {
   EXPECT_THAT(log.Lines(), ElementsAre("error: Cannot create Containerhandler!"));
+}
+
+TEST_F(UpdateHandlerWithoutContainerHandler, Getters_NothingInstalled) {
+  std::string id = "before";
+  without.GetInstalledContainerId(id);
+  EXPECT_EQ(id, "");
+  EXPECT_EQ(without.GetInstalledContainerTimestamp(), 0U);
+  std::string text = "before";
+  without.ConvertEpochTimestampToDatetime(7, text);
+  EXPECT_EQ(text, "");
 }
 
 TEST_F(UpdateHandlerWithoutContainerHandler, Removal_Fails) {

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <filesystem>
+#include <fstream>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -22,6 +24,7 @@
 #include "tests/support/EventLog.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/WaitingThread.h"
 
 namespace tests {
 
@@ -141,6 +144,18 @@ class UpdateHandlerTest : public ::testing::Test {
     return lines;
   }
 
+  /// Whether the thread of this name came to wait for something before the deadline.
+  [[nodiscard]] static bool Sleeps(const std::string& name) {
+    return Eventually([&] {
+      for (const std::string& id : NamesIn("/proc/self/task")) {
+        std::ifstream file("/proc/self/task/" + id + "/comm");
+        std::string found;
+        if (std::getline(file, found) && found == name) return IsAsleep(std::stoi(id));
+      }
+      return false;
+    });
+  }
+
   /// Returns once the handler has told the container handler `request`.
   void AwaitRequest(const std::string& request) const {
     EXPECT_TRUE(Eventually([&] {
@@ -165,7 +180,7 @@ class UpdateHandlerTest : public ::testing::Test {
   const std::shared_ptr<FakeContainerConnection> exchange =
       std::make_shared<FakeContainerConnection>();
   UpdateHandler::Collaborators collaborators;
-  const platform_host::CapturedLog log;
+  platform_host::CapturedLog log;
   std::unique_ptr<UpdateHandler> handler;  ///< last: it uses the members above
 };
 
