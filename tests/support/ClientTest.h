@@ -44,10 +44,12 @@ class ClientTest : public ::testing::Test {
     ::alarm(static_cast<unsigned>(4 * kDeadline.count()));
     unit.connector.SetConnectionState(1);
   }
-  ~ClientTest() override {
+  ~ClientTest() override { ::alarm(0); }
+
+  /// Ends the client while the members of the test still live.
+  void TearDown() override {
     if (mainThread.joinable()) (void)End();
     client.reset();
-    ::alarm(0);
   }
 
   /// Constructs a client; once it waits for the status of the connector, `report` happens.
