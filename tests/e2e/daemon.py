@@ -19,6 +19,9 @@ DAY = datetime.timedelta(days=1)
 HANDLER_INSTALLED = "info: ProcessLifecycleAdapterApiImpl::Initialize, ReportApplicationState kRunning"
 READY = "info: Truststore Update Client Ready"
 ASLEEP = "debug: Process timeout set to inf"
+CONNECTION = "debug: Connection state notification, new state: {}"
+LISTENING = "debug: SocksTlsAlertClient: Connection established to socks-cdp"
+UNSUPERVISED = "debug: ProcessKeepAliveSignalling, aliveTime =0"
 SUBSCRIBED = "debug: MqttConnection: Subscribe acknowledged to topic RUNA-TruststoreUpdate.CTTSCJobKORB1, status 0 " \
              "Request ID:1"
 NOT_CONNECTED = "info: Container Download is waiting for correct Connection state..."
@@ -39,6 +42,7 @@ class Daemon:
         self.unit = unit
         self.bench = Bench(folder, alerts=unit.root / ALERTS_PATH, **how)
         self.running = None
+        self._sleeps = 0
 
     def __enter__(self):
         self.bench.__enter__()
@@ -72,24 +76,31 @@ class Daemon:
 
     def start(self, *arguments, **how):
         """Starts a process."""
+        self._sleeps = 0
         self.running = self.unit.start(PROGRAM, *arguments, options=self._options(), **how)
         return self.running
 
-    def start_offline(self, *arguments, asleep=ASLEEP, **how):
-        """Starts a process whose broker does not answer yet; returns when it sleeps, or logs `asleep`. `go_online` has
-        the broker answer. So no line of the start is a matter of luck."""
+    def await_sleep(self, times=1):
+        """Waits until the main thread has gone to sleep for so many times more."""
+        self._sleeps += times
+        self.running.wait_for(ASLEEP, self._sleeps)
+
+    def start_offline(self, *arguments, **how):
+        """Starts a process whose broker does not answer yet, and waits for all that it does then. So no line of its
+        start is a matter of luck."""
         self.bench.broker.freeze()
         self.start(*arguments, **how)
-        self.running.wait_for(READY)
-        # It sleeps once before, until the connector has started.
-        self.running.wait_for(ASLEEP, 2)
-        self.running.wait_for(asleep)
+        # Once for the connector's start.
+        self.await_sleep(2)
+        for line in (READY, CONNECTION.format(1), LISTENING, UNSUPERVISED):
+            self.running.wait_for(line)
         return self.running
 
     def go_online(self):
-        """The broker answers; returns when the process has its topic."""
+        """Has the broker answer; returns when the process has its topic and sleeps."""
         self.bench.broker.thaw()
         self.running.wait_for(SUBSCRIBED)
+        self.await_sleep()
 
     def start_online(self, *arguments, **how):
         self.start_offline(*arguments, **how)

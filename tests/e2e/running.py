@@ -4,6 +4,7 @@ import collections
 import contextlib
 import json
 import os
+import pathlib
 import re
 import signal
 import subprocess
@@ -40,25 +41,26 @@ class Result:
 class Running:
     """A program, from its start to `end`. `bwrap`: the command that starts it, given further options of bwrap.
 
+    stdout: the file that takes its standard output.
     may_lose_signal: ThreadSanitizer of clang 14 loses a signal that interrupts the very first wait of a thread.
     """
 
-    def __init__(self, bwrap, environment, may_lose_signal=False):
+    def __init__(self, bwrap, environment, stdout, may_lose_signal=False):
         self._may_lose_signal = may_lose_signal
         self._sent = None
+        self._stdout = pathlib.Path(stdout)
         reading, writing = os.pipe()
-        with open(reading, encoding="ascii") as told:
+        with open(reading, encoding="ascii") as told, open(stdout, "wb") as output:
             try:
                 self._process = subprocess.Popen(bwrap("--info-fd", str(writing)), env=environment, pass_fds=[writing],
-                                                 stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                                 stderr=subprocess.PIPE)
+                                                 stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.PIPE)
             finally:
                 os.close(writing)
             self.pid = json.load(told)["child-pid"]
         self._changed = threading.Condition()
         self._lines = []
         self._counts = collections.Counter()
-        self._is_over = False
+        self._closed = False
         self._reader = threading.Thread(target=self._read, daemon=True)
         self._reader.start()
 
@@ -70,7 +72,7 @@ class Running:
                 self._counts.update(in_short([text]))
                 self._changed.notify_all()
         with self._changed:
-            self._is_over = True
+            self._closed = True
             self._changed.notify_all()
 
     def lines(self):
@@ -81,11 +83,15 @@ class Running:
     def log(self):
         return in_short(self.lines())
 
+    def stdout(self):
+        """Its standard output so far."""
+        return self._stdout.read_text()
+
     def wait_for(self, text, count=1):
-        """Waits until the log has a line `count` times. Fails when it has not in time, or when the program has ended."""
+        """Waits until the log has a line `count` times; there is nothing to wait for behind its end."""
         with self._changed:
-            self._changed.wait_for(lambda: self._counts[text] >= count or self._is_over, DEADLINE_S)
-            assert self._counts[text] >= count, [f"no '{text}'", *self._lines[-100:]]
+            self._changed.wait_for(lambda: self._counts[text] >= count or self._closed, DEADLINE_S)
+            assert self._counts[text] >= count, self._lines[-100:]
 
     def ended_before(self, text):
         """Waits until the log has a line, or no more can come. Whether the line never came."""

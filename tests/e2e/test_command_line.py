@@ -1,8 +1,11 @@
 """What the built program answers to its command line, byte for byte."""
 
+import re
+
 import pytest
 
-from unit import DEFAULT_SWITCHES
+from daemon import READY
+from unit import DEFAULT_SWITCHES, PROGRAM
 
 HELP = """\
 Usage: truststore-update-client [-f filename|-m 10000001|-r|-h] -reset
@@ -23,6 +26,12 @@ def changed(key, value):
 
 def not_found(key):
     return f"\033[1;31mOption '{key}' not found!\033[0m\n"
+
+
+RESET = changed("ConnectionRetryTestMode", "false") + changed("OcspDisable", "false")
+# The file with both switches as a program writes them: the rest of their lines goes.
+SWITCHED_ON, SWITCHED_OFF = (re.sub("^(ConnectionRetryTestMode|OcspDisable) .*$", rf"\1 = {value}", DEFAULT_SWITCHES,
+                                    flags=re.MULTILINE) for value in ("true", "false"))
 
 
 @pytest.fixture(name="switched_unit")
@@ -125,10 +134,61 @@ def test_f_valid_with_r_leaves_both_switches_false(switched_unit):
     assert (switches["OcspDisable"], switches["ConnectionRetryTestMode"]) == ("false", "false")
 
 
+def end(running):
+    """Ends the daemon, which has to succeed. Returns its log."""
+    code, log = running.end()
+    assert code == 0, log
+    return log
+
+
 def test_a_start_without_arguments_writes_both_switches_only_at_its_end(switched_unit):
-    result = switched_unit.run()
-    assert result.returncode == 0
-    assert result.stdout == changed("ConnectionRetryTestMode", "false") + changed("OcspDisable", "false")
+    switched_unit.write_switches(SWITCHED_ON)
+    running = switched_unit.start(PROGRAM)
+    running.wait_for(READY)
+    assert switched_unit.switches_path.read_text() == SWITCHED_ON
+    end(running)
+    assert running.stdout() == RESET
+    assert switched_unit.switches_path.read_text() == SWITCHED_OFF
+
+
+def test_r_is_on_until_the_daemon_ends(switched_unit):
+    running = switched_unit.start(PROGRAM, "-r")
+    running.wait_for(READY)
+    switches = switched_unit.switches()
+    assert (switches["ConnectionRetryTestMode"], switches["OcspDisable"]) == ("true", "false")
+    end(running)
+    assert running.stdout() == changed("ConnectionRetryTestMode", "true") + RESET
+    assert switched_unit.switches_path.read_text() == SWITCHED_OFF
+
+
+def test_f_with_r_and_then_a_start_leave_both_switches_false(switched_unit):
+    switched_unit.run("-f", "valid", "-r")
+    running = switched_unit.start(PROGRAM)
+    running.wait_for(READY)
+    end(running)
+    assert switched_unit.switches_path.read_text() == SWITCHED_OFF
+
+
+@pytest.mark.parametrize("arguments", [["-reset"], ["-r", "-reset"]], ids=" ".join)
+def test_reset_last_resets_before_the_daemon_goes_to_work(switched_unit, arguments):
+    switched_unit.write_switches(SWITCHED_ON)
+    running = switched_unit.start(PROGRAM, *arguments)
+    running.wait_for(READY)
+    lines = end(running)
+    reset = lines.index("info: Truststore Update Client Factory Reset")
+    assert lines.count(lines[reset]) == 1
+    assert reset < lines.index("info: Truststores cleared succesfully.") < lines.index(READY)
+    assert running.stdout().endswith(RESET)
+    assert switched_unit.switches_path.read_text() == SWITCHED_OFF
+
+
+def test_without_a_switches_file_the_daemon_makes_none(unit):
+    running = unit.start(PROGRAM)
+    running.wait_for(READY)
+    end(running)
+    # Everybody who looks for the file says so.
+    assert running.stdout().replace(NO_FILE, "") == not_found("ConnectionRetryTestMode") + not_found("OcspDisable")
+    assert not unit.switches_path.exists()
 
 
 def test_f_with_a_missing_file_tells_its_name(switched_unit):

@@ -45,6 +45,17 @@ def test_fault_of_a_log_that_ends_too_soon():
         "has no more\nexpected one of:\nmain | info: ends")
 
 
+@pytest.mark.parametrize("log, accepted", [("bhge", True), ("bghe", True), ("hbge", False), ("bheg", False)])
+def test_line_behind_another_threads_lines_comes_behind_them(log, accepted):
+    text = "main | info: begins\nother<main | info: hello\nmain | info: goes on\nthird<main | info: ends\n"
+    assert (transcript.fault(transcript.parse(text), lines(log)) is None) == accepted
+
+
+def test_line_that_is_none_is_told():
+    with pytest.raises(AssertionError, match="no line of a transcript: info: hello"):
+        transcript.parse("info: hello\n")
+
+
 def test_two_threads_with_the_same_line_are_told_apart():
     text = "one | info: hello\none | info: begins\ntwo | info: hello\ntwo | info: ends\n"
     assert transcript.fault(transcript.parse(text), lines("hehb")) is None

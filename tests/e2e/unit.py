@@ -113,7 +113,8 @@ class Unit:
         """Starts a program, which works until its Running or this unit is closed."""
         def bwrap(*further):
             return self.command(str(self.build_dir / "bin" / program), *arguments, options=(*options, *further))
-        self._started.append(Running(bwrap, _environment(env), may_lose_signal="thread" in sanitizers(self.build_dir)))
+        stdout = self.root / f"stdout-{len(self._started)}"
+        self._started.append(Running(bwrap, _environment(env), stdout, "thread" in sanitizers(self.build_dir)))
         return self._started[-1]
 
     def close(self):
@@ -132,6 +133,13 @@ class Unit:
             shutil.rmtree(self.root / folder)
         (self.root / "tmp").mkdir()
         (self.root / RUN_DIR).mkdir(parents=True)
+
+    def empty(self):
+        """Takes away whatever was installed, as if nothing ever had been."""
+        shutil.rmtree(self.store_dir / "installed", ignore_errors=True)
+        for folder in (STATE_DIR / "persistency", RUN_DIR):
+            shutil.rmtree(self.root / folder)
+            (self.root / folder).mkdir()
 
     def configure(self, text):
         """Writes the host platform's configuration."""
