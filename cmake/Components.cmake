@@ -74,15 +74,18 @@ function(tsuc_program name)
   target_link_libraries(${name} PRIVATE ${arg_LINK} tsuc_options)
 endfunction()
 
-# tsuc_pytest(NAME [TIMEOUT seconds]): the Python tests of this folder as one test of ctest with the label NAME, on
-# the programs of this build.
+# tsuc_pytest(NAME [TIMEOUT seconds] [WORKERS count]): the Python tests of this folder as one test of ctest with the label
+# NAME, on the programs of this build; so many at a time, more than two where most of them wait.
 function(tsuc_pytest name)
-  cmake_parse_arguments(arg "" "TIMEOUT" "" ${ARGN})
+  cmake_parse_arguments(arg "" "TIMEOUT;WORKERS" "" ${ARGN})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
+  if(NOT arg_WORKERS)
+    set(arg_WORKERS 2)
+  endif()
   add_test(NAME pytest_${name}
-           COMMAND /usr/bin/python3 -m pytest -p no:cacheprovider -n 2 ${CMAKE_CURRENT_SOURCE_DIR}
+           COMMAND /usr/bin/python3 -m pytest -p no:cacheprovider -n ${arg_WORKERS} ${CMAKE_CURRENT_SOURCE_DIR}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(pytest_${name} PROPERTIES
     TIMEOUT ${arg_TIMEOUT} FIXTURES_REQUIRED test_pki LABELS ${name}
