@@ -74,10 +74,10 @@ class Daemon:
         """Has the backend offer a container. Returns its id."""
         return self.bench.new_container(container_id=container_id, moment=moment, **how)
 
-    def start(self, *arguments, **how):
-        """Starts a process."""
+    def start(self, *arguments, options=(), **how):
+        """Starts a process; `options` are further ones of bwrap."""
         self._sleeps = 0
-        self.running = self.unit.start(PROGRAM, *arguments, options=self._options(), **how)
+        self.running = self.unit.start(PROGRAM, *arguments, options=[*self._options(), *options], **how)
         return self.running
 
     def await_sleep(self, times=1):

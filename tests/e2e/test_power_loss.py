@@ -1,10 +1,10 @@
 """An update by -f that loses power at any of its calls that change files, or finds its disk full, and the next one."""
 
 import shutil
-import subprocess
 
 import pytest
 
+import full_disk
 import power_loss
 from bench import containers
 from power_loss import KILLED
@@ -14,17 +14,10 @@ STATUS = "info: Send Update Status to the Device Platform: STATUS_CODE_"
 ALREADY_INSTALLED = "DOWNLOAD_ERROR"
 OLDER, OLD, NEW = "2025-01-02T03:04:05", "2026-01-02T03:04:05", "2026-01-02T03:04:06"
 NEW_SECONDS = "1767323046"
-# A unit whose processes may mount.
-MOUNTING = ("--unshare-user", "--uid", "0", "--gid", "0", "--cap-add", "CAP_SYS_ADMIN")
-# Runs a command with folder $1 on a file system without a free block, and leaves that folder's contents in $2.
-ON_FULL_DISK = """
-set -e
-folder=$1 after=$2
-shift 2
-mount -t tmpfs -o size=512k tmpfs /mnt
-cp -a "$folder/." /mnt
-cat /dev/zero > /mnt/filler 2> "$after.filled" || true
-mount --bind /mnt "$folder"
+# Runs a command on a full disk, and leaves in $1 what it has there then.
+ON_FULL_DISK = full_disk.FILL + """
+after=$1
+shift
 "$@" || true
 rm /mnt/filler
 mkdir "$after"
@@ -48,32 +41,16 @@ def fixture_installed(unit, pki, container):
     """A unit on which a container with the bundles A and B is installed, and whose next -f is free."""
     unit.write_switches()
     unit.provision_root((pki / "root.pem").read_bytes())
-    assert status_of(unit.install(container(OLD, "TSC-OLD", "A", "B"))) == "SUCCESS"
+    assert unit.install(container(OLD, "TSC-OLD", "A", "B")).status() == "SUCCESS"
     unit.write_switches()
     return unit
 
 
-@pytest.fixture(name="mounting", scope="module")
-def fixture_mounting():
-    """Skips where the system refuses user namespaces."""
-    require("bwrap", "--ro-bind", "/", "/", *MOUNTING, "mount", "-t", "tmpfs", "tmpfs", "/mnt")
-
-
-def require(*command):
-    done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, check=False, timeout=60)
-    if done.returncode != 0:
-        pytest.skip(f"{command[0]} is refused here: {done.stderr.decode().strip()}")
-
-
-def status_of(result):
-    return [line for line in result.log() if line.startswith(STATUS)][-1].removeprefix(STATUS)
-
-
 def install_on_full_disk(unit, folder, container):
     """Installs with the unit's `folder` on a full disk. Returns the log."""
-    script = ("sh", "-c", ON_FULL_DISK, "sh", f"/{folder}", "/tmp/after")
-    result = unit.install(container, within=script, options=MOUNTING)
-    assert "No space left on device" in (unit.root / "tmp" / "after.filled").read_text(), result.stderr
+    script = ("sh", "-c", ON_FULL_DISK, "sh", f"/{folder}", "/tmp/filled", "/tmp/after")
+    result = unit.install(container, within=script, options=full_disk.MOUNTING)
+    assert full_disk.NO_ROOM in (unit.root / "tmp" / "filled").read_text(), result.stderr
     shutil.rmtree(unit.root / folder)
     shutil.move(unit.root / "tmp" / "after", unit.root / folder)
     return result.log()
@@ -89,7 +66,7 @@ def test_killed_at_any_call_that_changes_files_the_next_start_completes_the_upda
         assert unit.install(update, options=power_loss.at(unit, call)).returncode == KILLED
         unit.reboot()
         unit.write_switches()
-        assert status_of(unit.install(update)) in ("SUCCESS", ALREADY_INSTALLED)
+        assert unit.install(update).status() in ("SUCCESS", ALREADY_INSTALLED)
         assert (sorted(unit.store()), unit.stored_records()) == (["B", "C"], ("TSC-NEW", NEW_SECONDS))
 
     power_loss.assert_no_case_fails(check, power_loss.sample(power_loss.calls(whole)))

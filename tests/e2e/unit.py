@@ -109,10 +109,12 @@ class Unit:
                               timeout=DEADLINE_S)
         return Result(done.returncode, done.stdout.decode(), done.stderr.decode())
 
-    def start(self, program, *arguments, env=None, options=()):
-        """Starts a program, which works until its Running or this unit is closed."""
+    def start(self, program, *arguments, env=None, within=(), options=()):
+        """Starts a program, `within` a command that becomes it in the end. It works until its Running or this unit is
+        closed."""
         def bwrap(*further):
-            return self.command(str(self.build_dir / "bin" / program), *arguments, options=(*options, *further))
+            return self.command(*within, str(self.build_dir / "bin" / program), *arguments,
+                                options=(*options, *further))
         stdout = self.root / f"stdout-{len(self._started)}"
         self._started.append(Running(bwrap, _environment(env), stdout, "thread" in sanitizers(self.build_dir)))
         return self._started[-1]
