@@ -42,7 +42,7 @@ void UpdateHandler::UpdateContainer(const Request& request) {
     next = TryDownload(container, request);
   } while (next == Next::kTryAgain && !activity->IsUpdateRetryDisabled());
   if (next == Next::kEnd || EndsByStop()) return;
-  if (!container.empty()) InstallContainer(container);
+  if (next == Next::kGoOn) InstallContainer(container);
 }
 
 // Stops of the retry timer count from here: one that comes before the wait is not slept through,

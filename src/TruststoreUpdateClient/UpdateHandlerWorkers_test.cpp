@@ -86,6 +86,33 @@ TEST_F(ContainerUpdate, EmptyContainer_TriedAgain) {
   EXPECT_THAT(containerHandler->Containers(), ElementsAre("second"));
 }
 
+TEST_F(ContainerUpdate, RestOfFailedAttempt_NotInstalled) {
+  collaborators.retryInterval = kForEver;
+  exchange->PlanDownloads({[](std::string& container) {
+    container = "half";
+    return kExchangeFailed;
+  }});
+  Make();
+  EXPECT_TRUE(Start());
+  EXPECT_TRUE(Logs(tests::kRetrying));
+  handler->DisableUpdateRetries();
+  (void)LinesOfWork(1, 0);
+  EXPECT_THAT(containerHandler->Containers(), IsEmpty());
+}
+
+TEST_F(ContainerUpdate, NextAttempt_BeginsWithNothing) {
+  const auto fails = [](std::string& container) {
+    EXPECT_EQ(container, "");
+    container = "half";
+    return kExchangeFailed;
+  };
+  exchange->PlanDownloads({fails, fails, FakeContainerConnection::Brings(kNoNewContainer)});
+  Make();
+  EXPECT_TRUE(Start());
+  (void)LinesOfWork(1, 1);
+  EXPECT_EQ(exchange->Downloads().size(), 3U);
+}
+
 TEST_F(ContainerUpdate, NoToken_ToldAndTriedAgain) {
   collaborators.retryInterval = kForEver;
   backend.SetTokenFailure(tests::kDownloadOperation, 3);
@@ -295,6 +322,18 @@ TEST_F(ContainerUpdate, RetriesDisabledBefore_AllowedAgainByStart) {
   EXPECT_THAT(containerHandler->Containers(), ElementsAre("second"));
   EXPECT_THAT(containerHandler->Requests(),
               ElementsAre("disable retries", "enable retries", "enable retries"));
+}
+
+// A change that comes while the container handler is told of another one is told last.
+TEST_F(ContainerUpdate, RetriesDisabledWhileItStarts_ToldLast) {
+  Make(false);
+  containerHandler->AtRetriesChange([this] {
+    containerHandler->AtRetriesChange(nullptr);
+    handler->DisableUpdateRetries();
+  });
+  EXPECT_TRUE(Start());
+  EXPECT_THAT(containerHandler->Requests(),
+              ElementsAre("disable retries", "enable retries", "disable retries"));
 }
 
 }  // namespace

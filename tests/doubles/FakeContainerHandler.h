@@ -56,8 +56,9 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
   void StopProcessing(bool stop) override { Remember(stop ? "stop" : "resume"); }
   void TerminateProcessing() override { Remember("terminate"); }
   void DisableUpdateRetries(bool disable) const override EXCLUDES(mutex) {
-    const Hook hook = Remember(disable ? "disable retries" : "enable retries");
+    const Hook hook = RetriesHook();
     if (hook) hook();
+    Remember(disable ? "disable retries" : "enable retries");
   }
 
   /// Gives the number itself.
@@ -75,8 +76,8 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
     removal = status;
   }
 
-  /// What happens inside every further verification, every DisableUpdateRetries, and every question
-  /// for the container being installed.
+  /// What happens inside every further verification, every DisableUpdateRetries before it takes
+  /// effect, and every question for the container being installed.
   void AtVerification(Hook hook) EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
     atVerification = std::move(hook);
@@ -126,9 +127,13 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
     return atVerification;
   }
 
-  Hook Remember(const std::string& request) const EXCLUDES(mutex) {
+  void Remember(const std::string& request) const EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
     requests.push_back(request);
+  }
+
+  Hook RetriesHook() const EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
     return atRetriesChange;
   }
 
