@@ -99,7 +99,15 @@ class UpdateHandlerTest : public ::testing::Test {
     collaborators.testPause = kForEver;
   }
 
-  ~UpdateHandlerTest() override { ::alarm(0); }
+  /// Ends the workers for good: their last lines come after the handler's end, and would be taken
+  /// for those of the next test.
+  ~UpdateHandlerTest() override {
+    handler.reset();
+    EXPECT_TRUE(Eventually([] {
+      return ThreadsCalled("ContainerUpdate").empty() && ThreadsCalled("StatusReport").empty();
+    }));
+    ::alarm(0);
+  }
 
   /// Makes the handler of `collaborators`, which may connect unless told otherwise.
   void Make(bool connectingAllowed = true) {
@@ -147,12 +155,8 @@ class UpdateHandlerTest : public ::testing::Test {
   /// Whether the thread of this name came to wait for something before the deadline.
   [[nodiscard]] static bool Sleeps(const std::string& name) {
     return Eventually([&] {
-      for (const std::string& id : NamesIn("/proc/self/task")) {
-        std::ifstream file("/proc/self/task/" + id + "/comm");
-        std::string found;
-        if (std::getline(file, found) && found == name) return IsAsleep(std::stoi(id));
-      }
-      return false;
+      const Ids ids = ThreadsCalled(name);
+      return ids.size() == 1 && IsAsleep(ids.front());
     });
   }
 
@@ -166,6 +170,19 @@ class UpdateHandlerTest : public ::testing::Test {
 
   [[nodiscard]] bool MarkerExists() const {
     return std::filesystem::exists(collaborators.notificationFile);
+  }
+
+  using Ids = std::vector<pid_t>;
+
+  // The threads of this process with this name; proc(5).
+  static Ids ThreadsCalled(const std::string& name) {
+    Ids ids;
+    for (const std::string& id : NamesIn("/proc/self/task")) {
+      std::ifstream file("/proc/self/task/" + id + "/comm");
+      std::string found;
+      if (std::getline(file, found) && found == name) ids.push_back(std::stoi(id));
+    }
+    return ids;
   }
 
   static inline const std::string kUpdateEnded = "debug: Container Update ended.";
