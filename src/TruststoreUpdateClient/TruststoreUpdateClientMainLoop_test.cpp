@@ -9,6 +9,7 @@
 namespace truststore_update_client {
 namespace {
 
+using lumo_connector::SessionStatus;
 using std::chrono::seconds;
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -59,12 +60,33 @@ TEST_F(ClientWait, TriggerSentByOtherThread_UnlimitedWaitEnds) {
   sender.join();
 }
 
-TEST_F(ClientWait, NoTrigger_EndsAtTimeout) {
+TEST_F(ClientWait, TimeoutOfZero_EndsAtOnce) {
   EXPECT_TRUE(WaitEnds(0));
+  EXPECT_THAT(log.Lines(), ElementsAre(Wait(0)));
+}
+
+// Also when the main loop does not wait for it.
+TEST_F(ClientWait, EverySessionStatus_LoggedAndWaitEnds) {
+  const std::vector<std::pair<SessionStatus, std::string>> cases = {
+      {SessionStatus::kStopped, "error: LumoConnectorStatus Failed=0"},
+      {SessionStatus::kFailed, "error: LumoConnectorStatus Failed=1"},
+      {SessionStatus::kStarted, "info: LumoConnector Status OK"},
+      {SessionStatus::kRejected, "error: LumoConnector Status Rejected=3"},
+      {SessionStatus{4294967295U}, "error: LumoConnectorStatus Failed=4294967295"}};
+  for (const auto& [status, line] : cases) {
+    log.Clear();
+    client->LumoConnectorStatus(status);
+    EXPECT_TRUE(WaitEnds(kNoTimeout)) << line;
+    EXPECT_THAT(log.Lines(), ElementsAre(line, kAsleep));
+  }
+}
+
+// One second passes: what ended the wait for the connector is used up.
+TEST_F(ClientWait, TriggerOfConstruction_EndsNoOtherWait) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_TRUE(WaitEnds(1));
   EXPECT_GE(std::chrono::steady_clock::now() - start, seconds(1));
-  EXPECT_THAT(log.Lines(), ElementsAre(Wait(0), Wait(1)));
+  EXPECT_THAT(log.Lines(), ElementsAre(Wait(1)));
 }
 
 class ClientInitialize : public tests::ClientTest {

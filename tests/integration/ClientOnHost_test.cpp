@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <thread>
 
 #include "TruststoreUpdateClient/Constants.h"
 #include "ara/per/KeyValueStorage.h"
@@ -21,10 +20,8 @@
 namespace truststore_update_client {
 namespace {
 
-using lumo_connector::SessionStatus;
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
-using tests::EndsInTime;
 using Lines = std::vector<std::string>;
 
 const std::string kSessionOk = "info: LumoConnector Status OK";
@@ -143,69 +140,10 @@ TEST_F(ClientConstruction, End_WorkTerminatedAndNothingElseLogged) {
 // A client whose construction is over; its lines are not in the log.
 class Client : public Watched {
  protected:
-  // Waits for a trigger in a thread of its own.
-  bool WaitEnds(int timeout) {
-    return EndsInTime([&] { client.WaitForTrigger(timeout); }, [&] { client.SendTrigger(); });
-  }
-
   const tests::HostConfiguration configuration;
   TruststoreUpdateClient client{tests::QuietCollaborators()};
   const platform_host::CapturedLog lines;
 };
-
-TEST_F(Client, TriggerSentBefore_UnlimitedWaitEnds) {
-  client.SendTrigger();
-  EXPECT_TRUE(WaitEnds(100000));
-  EXPECT_THAT(lines.Lines(), ElementsAre("debug: Process timeout set to inf"));
-}
-
-TEST_F(Client, TriggerSentBefore_LongWaitEnds) {
-  client.SendTrigger();
-  EXPECT_TRUE(WaitEnds(99999));
-  EXPECT_THAT(lines.Lines(), ElementsAre("debug: Process timeout set to: 99999s"));
-}
-
-TEST_F(Client, TriggerSentByOtherThread_UnlimitedWaitEnds) {
-  std::thread sender([&] { client.SendTrigger(); });
-  EXPECT_TRUE(WaitEnds(kNoTimeout));
-  sender.join();
-}
-
-TEST_F(Client, NoTrigger_WaitEndsAtTimeout) {
-  EXPECT_TRUE(WaitEnds(0));
-  EXPECT_THAT(lines.Lines(), ElementsAre("debug: Process timeout set to: 0s"));
-}
-
-TEST_F(Client, TriggerOfConstruction_Consumed) {
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_TRUE(WaitEnds(1));
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
-}
-
-TEST_F(Client, EverySessionStatus_LoggedAndTriggerSent) {
-  const std::vector<std::pair<SessionStatus, std::string>> cases = {
-      {SessionStatus::kStopped, "error: LumoConnectorStatus Failed=0"},
-      {SessionStatus::kFailed, "error: LumoConnectorStatus Failed=1"},
-      {SessionStatus::kStarted, "info: LumoConnector Status OK"},
-      {SessionStatus::kRejected, "error: LumoConnector Status Rejected=3"},
-      {static_cast<SessionStatus>(4294967295U), "error: LumoConnectorStatus Failed=4294967295"}};
-  for (const auto& [status, line] : cases) {
-    platform_host::CapturedLog ofCase;
-    client.LumoConnectorStatus(status);
-    EXPECT_TRUE(WaitEnds(kNoTimeout)) << line;
-    EXPECT_THAT(ofCase.Lines(), ElementsAre(line, "debug: Process timeout set to inf"));
-  }
-}
-
-TEST_F(Client, SessionStatusFromSeveralThreads_EachLogged) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&] { client.LumoConnectorStatus(SessionStatus::kRejected); });
-  }
-  for (std::thread& thread : threads) thread.join();
-  const std::string line = "error: LumoConnector Status Rejected=3";
-  EXPECT_THAT(lines.Lines(), ElementsAre(line, line, line, line));
-}
 
 TEST_F(Client, MissingContainerFile_Told) {
   const std::string path = configuration.Directory() + "/absent";
