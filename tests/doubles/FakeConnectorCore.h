@@ -58,6 +58,7 @@ class FakeConnectorCore {
     lumo_connector::SessionStatus status = lumo_connector::SessionStatus::kStopped;
     bool stopped = false;
     std::vector<std::string> calls;
+    std::function<void(const std::string& call)> onCall;
     std::vector<FakeLumoConnector::Publication> publications;
     std::vector<std::shared_ptr<ScriptedPeer>> peers;
     std::uint16_t lastId = 0;

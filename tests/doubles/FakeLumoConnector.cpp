@@ -135,6 +135,10 @@ void FakeLumoConnector::WaitForCallbacks() {
   core->WaitForCallbacks();
 }
 
+void FakeLumoConnector::OnCall(std::function<void(const std::string& call)> action) {
+  core->With([&](auto& state) { state.onCall = std::move(action); });
+}
+
 std::vector<std::string> FakeLumoConnector::Calls() const {
   return core->With([](const auto& state) { return state.calls; });
 }

@@ -91,6 +91,10 @@ class FakeLumoConnector {
   /// Waits until the listeners have heard all there is to tell so far.
   void WaitForCallbacks();
 
+  /// From now on runs `action` at the beginning of each call of the connector, on the caller's
+  /// thread and with the call as Calls tells it: what it changes here holds for this call already.
+  void OnCall(std::function<void(const std::string& call)> action);
+
   /// Every call of the connector so far, oldest first: its name and arguments with one blank
   /// between, "SocketConnect OPERATION HOST PORT". GetSessionStatus is not among them.
   [[nodiscard]] std::vector<std::string> Calls() const;

@@ -18,8 +18,12 @@ class LumoConnector::Impl {
   /// REQUIRES: a tests::FakeLumoConnector is alive.
   Impl() : core(tests::FakeConnectorCore::Current()) {}
 
-  void Record(std::string call) const {
-    core->With([&](auto& state) { state.calls.push_back(std::move(call)); });
+  void Record(const std::string& call) const {
+    const auto onCall = core->With([&](auto& state) {
+      state.calls.push_back(call);
+      return state.onCall;
+    });
+    if (onCall) onCall(call);
   }
 
   const std::shared_ptr<tests::FakeConnectorCore> core;

@@ -137,5 +137,15 @@ TEST_F(FakeConnector, Publication_EveryArgumentKept) {
   EXPECT_TRUE(publication.reliable);
 }
 
+TEST_F(FakeConnector, ActionOnCall_ChangesWhatThatCallReturns) {
+  std::string heard;
+  fake.OnCall([&](const std::string& call) {
+    heard = call;
+    fake.SetToken("A", "fresh");
+  });
+  EXPECT_EQ("fresh", connector.GetToken("A").token);
+  EXPECT_EQ("GetToken A", heard);
+}
+
 }  // namespace
 }  // namespace tests
