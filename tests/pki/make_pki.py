@@ -52,6 +52,7 @@ def make(out):
         costly.write_all(fresh / "costly", fresh / "p256-3" / "root.pem")
         payload.write_all(fresh / "payload")
         ocsp.write_all(fresh / "ocsp")
+        ocsp.write_signers(fresh / "signers")
         tls.write_all(fresh / "tls")
         (fresh / STAMP).write_text(script_version())
         if out.exists():

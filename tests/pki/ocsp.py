@@ -9,7 +9,7 @@ from cryptography.x509.oid import AuthorityInformationAccessOID, ExtendedKeyUsag
 
 import der
 import hostile
-from bench.authority import DAY, issue, name, now, p384, rsa_key, write, write_key
+from bench.authority import DAY, SIGNER_CN, issue, name, now, p384, rsa_key, write, write_chain, write_key
 
 RESPONDER_URL = "http://ocsp.invalid/ask"
 BASIC_RESPONSE = "1.3.6.1.5.5.7.48.1.1"
@@ -158,3 +158,15 @@ def write_all(out):
     costly = hostile.self_issued_rsa("responder", modulus_bits=20000, exponent=hostile.odd_number(10000),
                                      signature_bytes=16)
     write(out / "costly.response", answer_with(costly))
+
+
+def write_signers(out):
+    """Signers of containers, alone below their root, and what a responder says about them."""
+    root = issue(name("Signer Root"))
+    answers = Answers(out, out / "responder", root)
+    answers.entity("issuer", root)
+    for stem, revoked in (("good", False), ("revoked", True)):
+        signer = answers.entity(stem, leaf(root, SIGNER_CN))
+        answers.know(signer, revoked=revoked)
+        answers.answer(stem, stem, "issuer", "-ndays", "7")
+        write_chain(out / stem, signer, [], [root])
