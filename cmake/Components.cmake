@@ -26,12 +26,13 @@ function(tsuc_component name)
   endif()
 endfunction()
 
-# tsuc_test(NAME [TESTS Stem...] [SOURCES file...] LINK target...): a GoogleTest program of Stem_test.cpp and further files,
-# each of its tests known to ctest and run in a process of its own. Under sanitizers ctest knows the program as a whole: to
-# start one takes longer than most tests. Tests that read the test certificates find them through TSUC_TEST_PKI, made once
-# before the first of them (tests/pki).
+# tsuc_test(NAME [TESTS Stem...] [SOURCES file...] [PARTS filter...] LINK target...): a GoogleTest program of
+# Stem_test.cpp and further files, each of its tests known to ctest and run in a process of its own; with PARTS, what each
+# of these filters names in one process. Under sanitizers ctest knows a program without PARTS as a whole: to start one
+# takes longer than most tests. Tests that read the test certificates find them through TSUC_TEST_PKI, made once before
+# the first of them (tests/pki).
 function(tsuc_test name)
-  cmake_parse_arguments(arg "" "" "TESTS;SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(arg "" "" "TESTS;SOURCES;PARTS;LINK" ${ARGN})
   list(TRANSFORM arg_TESTS APPEND _test.cpp)
   add_executable(${name} ${arg_TESTS} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
@@ -39,9 +40,19 @@ function(tsuc_test name)
   set(environment "TSUC_TEST_PKI=${PROJECT_BINARY_DIR}/test-pki")
   if(TSUC_SANITIZE)
     tsuc_compile_quickly(${name})
-    add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
-    set_tests_properties(${name} PROPERTIES
+    if(NOT arg_PARTS)
+      set(arg_PARTS "*")
+    endif()
+  endif()
+  foreach(part IN LISTS arg_PARTS)
+    string(REGEX REPLACE "[^A-Za-z0-9]+" "" suffix "${part}")
+    string(PREPEND suffix _)
+    string(REGEX REPLACE "_$" "" suffix "${suffix}")
+    add_test(NAME ${name}${suffix} COMMAND ${name} --gtest_brief=1 --gtest_filter=${part})
+    set_tests_properties(${name}${suffix} PROPERTIES
       TIMEOUT 600 FIXTURES_REQUIRED test_pki ENVIRONMENT "${environment}")
+  endforeach()
+  if(arg_PARTS)
     return()
   endif()
   include(GoogleTest)
