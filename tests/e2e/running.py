@@ -96,7 +96,7 @@ class Running:
     def ended_before(self, text):
         """Waits until the log has a line, or no more can come. Whether the line never came."""
         with self._changed:
-            assert self._changed.wait_for(lambda: self._counts[text] or self._is_over, DEADLINE_S), self._lines[-100:]
+            assert self._changed.wait_for(lambda: self._counts[text] or self._closed, DEADLINE_S), self._lines[-100:]
             return not self._counts[text]
 
     def send_signal(self, number):
@@ -134,6 +134,9 @@ class Running:
 
     def close(self):
         """Leaves nothing of it, whatever it does."""
+        if self._process.poll() is None:
+            # What bwrap has only begun to start does not end with bwrap.
+            self.send_signal(signal.SIGKILL)
         self._process.kill()
         self._process.wait()
         self._reader.join(DEADLINE_S)
