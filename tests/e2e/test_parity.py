@@ -114,10 +114,10 @@ def test_what_tsc_creates_the_unit_installs(tsc, ready_unit, pki, tmp_path):
 
 
 def verdict(log):
-    """The lines of a unit's log that are about the container: not those of its start, its records and its report."""
+    """The lines of a unit's log that are about the container: not those of its life, its records and its report."""
     about_the_unit = re.compile(r"[a-z]+: (Trust Store Update Client|Waiting for|LumoConnector|Lumo-Connector|Warning: "
-                                r"linked|PersistantFileStorage|Failed to load|Send Update Status|ProcessLifecycleAdapter|"
-                                r"IniFileReader|Configuration parameter|TlsAlerts|SocksTlsAlertClient|SignalHandler)")
+                                r"linked|ProcessLifecycleAdapter|IniFileReader|Configuration parameter|TlsAlerts|"
+                                r"SocksTlsAlertClient|SignalHandler|PersistantFileStorage|Failed to load|Send Update Status)")
     return [line for line in log if not about_the_unit.match(line)]
 
 
