@@ -149,6 +149,7 @@ def test_proxy_that_closes_every_connection_is_tried_again(proxy, listener):
     assert FAILED not in log
 
 
+@pytest.mark.long
 def test_without_a_proxy_the_next_attempt_comes_after_ten_seconds(unit, proxy):
     proxy.be(ABSENT)
     listener = start(unit)

@@ -129,6 +129,7 @@ def check_power_loss(unit, bench, call, reboots):
         unit.close()
 
 
+@pytest.mark.long
 @pytest.mark.parametrize("before", ["older", "empty", "interrupted"])
 def test_killed_at_any_call_that_changes_files_the_next_start_completes_the_update(before, backend, request, tmp_path):
     unit = request.getfixturevalue(before)

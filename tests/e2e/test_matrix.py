@@ -10,6 +10,8 @@ import socket
 import threading
 import traceback
 
+import pytest
+
 import update_table
 from bench.misbehaviour import DOWNLOAD, OCSP, REPORT, Misbehaviour
 from daemon import DAY, MOMENT, NOT_CONNECTED, READY, RETRYING, TERMINATED, Daemon
@@ -287,6 +289,7 @@ def play(cell, folder, build_dir):
     return None
 
 
+@pytest.mark.long
 def test_cells_of_the_table_come_out_as_told_in_real_time(tmp_path, build_dir):
     cells = update_table.read().daemons
     assert len(cells) >= 20

@@ -56,6 +56,7 @@ def install_on_full_disk(unit, folder, container):
     return result.log()
 
 
+@pytest.mark.long
 def test_killed_at_any_call_that_changes_files_the_next_start_completes_the_update(installed, container, tmp_path):
     update = container(NEW, "TSC-NEW", "B", "C")
     whole = installed.copy(tmp_path / "whole")

@@ -68,6 +68,7 @@ def test_container_of_the_installed_ones_time_is_reported_with_its_own_id(instal
     assert installed.unit.records()[0] == "TSC-1"
 
 
+@pytest.mark.long
 def test_report_whose_answer_was_lost_is_sent_again_and_then_no_more(installed):
     installed.bench.misbehave("report", "cut-before-status", times=1)
     log = update(installed)

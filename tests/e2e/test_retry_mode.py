@@ -2,12 +2,15 @@
 
 import re
 
+import pytest
+
 from daemon import REPORT_ENDED, RETRYING
 from unit import DEFAULT_SWITCHES
 
 OPTION = "error: ***** Testability Option: {} Retry: {} socks-sandbox now"
 
 
+@pytest.mark.long
 def test_retry_mode_tells_of_the_first_download_and_of_the_first_report(daemon):
     """Takes its time: twice the five seconds that a tester has, and one retry."""
     daemon.install("TSC-1")

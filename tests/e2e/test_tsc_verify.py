@@ -87,7 +87,8 @@ def test_each_certificate_of_the_chain_is_asked_about_once(bench, verify):
     assert bench.checks(OCSP)[before:] == ["ca-1", "signer"]
 
 
-@pytest.mark.parametrize("misbehaviour", ["silence", "cut-before-status", "reset-before-status"])
+@pytest.mark.parametrize("misbehaviour", [pytest.param("silence", marks=pytest.mark.long), "cut-before-status",
+                                          "reset-before-status"])
 def test_responder_without_an_answer_leaves_revocation_unknown(bench, verify, misbehaviour):
     bench.misbehave(OCSP, misbehaviour)
     before = bench.endpoints[OCSP].connections()
