@@ -1,11 +1,15 @@
 // Starts, stops, connection changes and ends of the handler at every instant of its workers' way.
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <random>
+#include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "platform/host/csc_logging/LogSinks.h"
 #include "tests/support/UpdateHandlerTest.h"
 
 namespace truststore_update_client {
@@ -26,6 +30,82 @@ class UnderWay {
  private:
   std::atomic<int>& count;
 };
+
+// Keeps no line, and acts while the first of one text is logged: the thread that logs it has
+// looked, and does not wait yet.
+class ActingSink : public platform_host::LogSink {
+ public:
+  ActingSink(std::string awaited, std::function<void()> acts)
+      : line(std::move(awaited)), act(std::move(acts)) {}
+
+  void Write(platform_host::LogLevel /*level*/, std::string_view text) noexcept override {
+    if (text == line && !hasActed.exchange(true)) act();
+  }
+
+ private:
+  const std::string line;
+  const std::function<void()> act;
+  std::atomic<bool> hasActed{false};
+};
+
+class UpdateHandlerInstant : public tests::UpdateHandlerTest {
+ protected:
+  UpdateHandlerInstant() { collaborators.retryInterval = kForEver; }
+
+  // Whether everything ends when `act` happens just before a worker waits.
+  [[nodiscard]] bool EndsBy(const std::string& line, const std::function<void()>& start,
+                            const std::function<void()>& act) const {
+    const auto sink = std::make_shared<ActingSink>(line, act);
+    platform_host::BeginLogCapture(sink);
+    start();
+    const bool ends = tests::Eventually([this] { return !handler->IsContainerUpdateOngoing(); });
+    handler->TerminateProcessing();
+    platform_host::EndLogCapture(sink.get());
+    return ends;
+  }
+
+  const std::function<void()> update = [this] { EXPECT_TRUE(Start()); };
+  const std::function<void()> report = [this] {
+    handler->StartStatusUpdate(STATUS_CODE_SUCCESS, "id");
+  };
+  const std::function<void()> connect = [this] { handler->ConnectionStateChange(true); };
+  const std::function<void()> terminate = [this] { handler->TerminateProcessing(); };
+  const std::function<void()> disableRetries = [this] { handler->DisableUpdateRetries(); };
+};
+
+TEST_F(UpdateHandlerInstant, ConnectionJustBeforeWait_NotMissed) {
+  Make(false);
+  EXPECT_TRUE(
+      EndsBy("Container Download is waiting for correct Connection state...", update, connect));
+  EXPECT_EQ(exchange->Reports().size(), 1U);
+  Make(false);
+  EXPECT_TRUE(EndsBy("Status Update is waiting for correct Connection state...", report, connect));
+  EXPECT_EQ(exchange->Reports().size(), 2U);
+}
+
+TEST_F(UpdateHandlerInstant, TerminationJustBeforeWaitForConnection_NotMissed) {
+  Make(false);
+  EXPECT_TRUE(
+      EndsBy("Container Download is waiting for correct Connection state...", update, terminate));
+  Make(false);
+  EXPECT_TRUE(
+      EndsBy("Status Update is waiting for correct Connection state...", report, terminate));
+  EXPECT_THAT(exchange->Downloads(), ::testing::IsEmpty());
+  EXPECT_THAT(exchange->Reports(), ::testing::IsEmpty());
+}
+
+TEST_F(UpdateHandlerInstant, EndJustBeforeWaitForNextAttempt_NotMissed) {
+  exchange->PlanDownloads({FakeContainerConnection::Brings(kExchangeFailed)});
+  exchange->PlanReports({FakeContainerConnection::Ends(kExchangeFailed)});
+  for (const auto& act : {terminate, disableRetries}) {
+    for (const auto& start : {update, report}) {
+      Make();
+      EXPECT_TRUE(EndsBy("Retrying in 30 seconds...", start, act));
+    }
+  }
+  EXPECT_EQ(exchange->Downloads().size(), 2U);
+  EXPECT_EQ(exchange->Reports().size(), 2U);
+}
 
 class UpdateHandlerStress : public tests::UpdateHandlerTest {
  protected:
