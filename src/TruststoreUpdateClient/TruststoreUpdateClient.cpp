@@ -169,7 +169,7 @@ void TruststoreUpdateClient::Main() {
       AwaitWorkers(terminationTold);
       continue;
     }
-    if (stateChangePending.exchange(false)) {
+    if (stateChangePending) {
       Contain("State change", [this] { ProcessStateChange(); });
     }
     if (connectorRejected) {
@@ -269,6 +269,7 @@ void TruststoreUpdateClient::ProcessStateChange() {
     const support::MutexLock lock(stateMutex);
     requested = requestedState;
     sequence = requestedSequence;
+    stateChangePending = false;
   }
   EnterRequestedState(requested);
   if (lifecycleAdapter) lifecycleAdapter->StateChanged(requested, sequence);

@@ -157,6 +157,9 @@ class TruststoreUpdateClient
   lumo_connector::SessionStatus sessionStatus = lumo_connector::SessionStatus::kStopped;
   bool factoryReset = false;
   State currentState = State::kOn;
+
+  // A request counts once the workers have followed it: it becomes pending together with what it
+  // says, and is taken so.
   std::atomic<bool> stateChangePending{false};
   support::Mutex stateMutex;
   State requestedState GUARDED_BY(stateMutex) = State::kOn;

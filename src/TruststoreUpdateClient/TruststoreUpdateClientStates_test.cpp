@@ -115,6 +115,29 @@ TEST_F(ClientState, WorkersStillStopping_ConfirmedAfterwards) {
   EXPECT_TRUE(unit.calls.WaitFor("StateChanged 2 1"));
 }
 
+// Neither is the new request taken for the old one, nor is one confirmed twice.
+TEST_F(ClientState, WorkersStillStopping_EarlierRequestConfirmedMeanwhile) {
+  workers.Close();
+  unit.calls.During("StopProcessing true", [&] { workers.Pass(); });
+  std::thread platform;
+  unit.calls.During("GetReceivedMessage", [&] {
+    platform = std::thread([&] {
+      Request(State::kOn, 1);
+      Request(State::kPrepSD, 2);
+    });
+    EXPECT_TRUE(unit.calls.WaitFor("StopProcessing true"));
+  });
+  Message("");
+  EXPECT_TRUE(unit.calls.WaitFor("StateChanged 1 1"));
+  EXPECT_TRUE(WaitForLine(kStillOn));
+  EXPECT_EQ(unit.calls.Count("StateChanged 2 2"), 0);
+  workers.Open();
+  EXPECT_TRUE(unit.calls.WaitFor("StateChanged 2 2"));
+  platform.join();
+  (void)Round([&] { client->SendTrigger(); });
+  EXPECT_THAT(unit.calls.Calls(), Not(Contains("StateChanged 2 2")));
+}
+
 class SuspendedClient : public ClientState {
  protected:
   SuspendedClient() {

@@ -206,14 +206,14 @@ void TruststoreUpdateClient::ProcessLifecycleAdapterEnterState(State state, unsi
   const bool suspend = state == State::kPrepSD;
   CSCLogging::LogDebug(suspend ? "Preparing for shutdown request received."
                                : "Resume request received.");
+  suspended = suspend;
+  if (const auto handler = Handler()) handler->StopProcessing(suspend);
   {
     const support::MutexLock lock(stateMutex);
     requestedState = state;
     requestedSequence = sequence;
+    stateChangePending = true;
   }
-  suspended = suspend;
-  if (const auto handler = Handler()) handler->StopProcessing(suspend);
-  stateChangePending = true;
   SendTrigger();
 }
 
