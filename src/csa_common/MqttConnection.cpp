@@ -94,12 +94,20 @@ void MqttConnection::LumoPublishReceived(const std::string& topic,
   std::string message(payload.begin(), payload.end());
   CSCLogging::LogDebug(CSCLogEntry() << "MqttConnection: Message received for topic " << topic
                                      << ", message:" << message << ", messageId: " << messageId);
-  {
-    const support::MutexLock lock(queueLock);
-    receivedMessages.push_back(std::move(message));
-    receivedCount = receivedMessages.size();
+  if (BeginsToDrop(std::move(message))) {
+    CSCLogging::LogWarning(CSCLogEntry() << "MqttConnection: Messages are dropped because "
+                                         << kMessageLimit << " others wait");
   }
   if (owner != nullptr) owner->MQTTMessageReceivedCb();
+}
+
+bool MqttConnection::BeginsToDrop(std::string message) {
+  const support::MutexLock lock(queueLock);
+  if (receivedMessages.size() >= kMessageLimit) return !std::exchange(dropping, true);
+  dropping = false;
+  receivedMessages.push_back(std::move(message));
+  receivedCount = receivedMessages.size();
+  return false;
 }
 
 void MqttConnection::LumoPubSubConnectionState(std::int32_t state) {

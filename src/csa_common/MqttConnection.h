@@ -5,6 +5,7 @@
 #define CSA_COMMON_MQTTCONNECTION_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -17,12 +18,15 @@
 
 namespace csa_common {
 
-/// Outlives the connector's last callback: stop the connector, or at least disconnect, first. How
-/// many messages may wait is the connector's to bound.
+/// Outlives the connector's last callback: stop the connector, or at least disconnect, first.
 class MqttConnection : public MqttConnectionIf,
                        public lumo_connector::LumoPubSubCallbackIf,
                        public lumo_connector::LumoSessionCallbackIf {
  public:
+  /// Messages that wait for the owner, who takes none while the unit prepares its shutdown; of
+  /// more, the newest are dropped.
+  static constexpr std::size_t kMessageLimit = 256;
+
   /// A null `callbackOwner` is told nothing.
   MqttConnection(std::shared_ptr<lumo_connector::LumoConnector> lumoConnector,
                  MqttConnectionCbIf* callbackOwner);
@@ -51,7 +55,8 @@ class MqttConnection : public MqttConnectionIf,
   /// debug.
   void LumoPublishAcknowledgeReceived(const std::string& topic, std::uint16_t requestId) override;
 
-  /// Keeps the message and tells the owner.
+  /// Keeps the message, while there is room, and tells the owner. The first of several that are
+  /// dropped is a warning.
   void LumoPublishReceived(const std::string& topic, const std::vector<std::uint8_t>& payload,
                            std::uint16_t messageId) override EXCLUDES(queueLock);
 
@@ -72,10 +77,14 @@ class MqttConnection : public MqttConnectionIf,
   std::shared_ptr<lumo_connector::LumoConnector> connector;
   MqttConnectionCbIf* owner;
 
+  /// Returns whether this one is dropped, and the one before was not.
+  [[nodiscard]] bool BeginsToDrop(std::string message) EXCLUDES(queueLock);
+
   /// As last reported. Written by the connector's thread only.
   std::atomic<std::int32_t> connectionState{0};
   support::Mutex queueLock;
   std::vector<std::string> receivedMessages GUARDED_BY(queueLock);  ///< oldest first
+  bool dropping GUARDED_BY(queueLock) = false;                      ///< the last one was dropped
   std::atomic<std::size_t> receivedCount{0};  ///< of the messages above; changed under the lock
 };
 

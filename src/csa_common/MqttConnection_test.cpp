@@ -16,8 +16,10 @@ namespace csa_common {
 namespace {
 
 using lumo_connector::LumoPubSubCallbackIf;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 /// Keeps the names of the callbacks; takes what waits when told to.
 class Owner : public MqttConnectionCbIf {
@@ -148,6 +150,31 @@ TEST_F(Mqtt, TwoMessages_OldestFirst) {
   EXPECT_EQ(connection.GetReceivedMessage(), std::string("sec\0nd", 6));
   EXPECT_FALSE(connection.CheckReceivedUpdate());
   EXPECT_THAT(owner.heard, ElementsAre("message", "message"));
+}
+
+// Nobody takes them while the unit prepares its shutdown.
+TEST_F(Mqtt, MoreMessagesThanMayWait_NewestDroppedAndToldOnce) {
+  const std::string warning =
+      "warning: MqttConnection: Messages are dropped because 256 others wait";
+  std::size_t number = 0;
+  const auto receive = [&](std::size_t count) {
+    log.Clear();
+    for (std::size_t i = 0; i < count; ++i) fake.ReportPublished("T", std::to_string(++number), 1);
+  };
+  Listen();
+  receive(256);
+  EXPECT_THAT(log.Lines(), Not(Contains(warning)));
+  receive(3);
+  EXPECT_THAT(log.Lines(), Contains(warning).Times(1));
+  EXPECT_EQ(connection.GetReceivedMessage(), "1");
+  receive(3);
+  EXPECT_THAT(log.Lines(), Contains(warning).Times(1));
+  for (int taken = 2; taken <= 256; ++taken) {
+    EXPECT_EQ(connection.GetReceivedMessage(), std::to_string(taken));
+  }
+  EXPECT_EQ(connection.GetReceivedMessage(), "260");
+  EXPECT_FALSE(connection.CheckReceivedUpdate());
+  EXPECT_EQ(owner.heard.size(), number);
 }
 
 TEST_F(Mqtt, EmptyMessage_Kept) {
