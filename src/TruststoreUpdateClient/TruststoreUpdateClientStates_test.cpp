@@ -138,6 +138,20 @@ TEST_F(ClientState, WorkersStillStopping_EarlierRequestConfirmedMeanwhile) {
   EXPECT_THAT(unit.calls.Calls(), Not(Contains("StateChanged 2 2")));
 }
 
+// The broker sends one more for each that is taken.
+TEST_F(ClientState, WhileMessagesComeWithoutEnd_CarriedOutAndRestHandledAfterResume) {
+  unit.calls.During("GetReceivedMessage", [&] {
+    unit.broker.Send("");
+    if (unit.calls.Count("GetReceivedMessage") == 3) Request(State::kPrepSD, 1);
+  });
+  Message("");
+  EXPECT_TRUE(unit.calls.WaitFor("StateChanged 2 1"));
+  EXPECT_EQ(unit.calls.Count("GetReceivedMessage"), 3);
+  unit.calls.During("GetReceivedMessage", nullptr);
+  Request(State::kOn, 2);
+  EXPECT_TRUE(unit.calls.WaitFor("GetReceivedMessage", 4));
+}
+
 class SuspendedClient : public ClientState {
  protected:
   SuspendedClient() {

@@ -55,9 +55,14 @@ void TruststoreUpdateClient::MQTTMessageReceivedCb() {
   SendTrigger();
 }
 
-// A broker that sends without end does not keep the process from ending.
+// A broker that sends without end keeps the process neither from ending nor from a state that it
+// is to enter, before which the rest waits.
 void TruststoreUpdateClient::HandleMqttMessages() {
   while (mqttConnection && !terminateRequested && mqttConnection->CheckReceivedUpdate()) {
+    if (stateChangePending) {
+      mqttMessagePending = true;
+      return;
+    }
     HandleMqttMessage(mqttConnection->GetReceivedMessage());
   }
 }
