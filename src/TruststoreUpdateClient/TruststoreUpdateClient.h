@@ -93,9 +93,6 @@ class TruststoreUpdateClient
   void MQTTResubscribeCb() override;
   void MQTTSubscribeFailedCb() override;
 
-  /// Ignored while an earlier alert waits for the main thread.
-  void TlsAlertNotifyCb(std::string operation, tls_alert_if::ETlsAlertCode code) override;
-
   void LumoConnectorStatus(lumo_connector::SessionStatus status) override;
 
   /// Stops the workers and returns when they have ended.
@@ -117,6 +114,9 @@ class TruststoreUpdateClient
 
   void LumoSCConnectionState(lumo_connector::SCConnectionStateUpdate update) override
       EXCLUDES(handlerMutex);
+
+  /// Ignored while an earlier alert waits for the main thread.
+  void TlsAlertNotifyCb(std::string operation, tls_alert_if::ETlsAlertCode code) override;
 
  private:
   using State = process_lifecycle_adapter::ProcessState;

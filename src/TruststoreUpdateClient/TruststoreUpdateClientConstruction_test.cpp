@@ -1,5 +1,7 @@
 // The client's construction, and what becomes of it when something cannot be made or the process is
 // to end meanwhile.
+#include <cstdint>
+#include <cstring>
 #include <stdexcept>
 #include <tuple>
 #include <utility>
@@ -62,6 +64,28 @@ TEST_F(ClientConstruction, EverythingMade_ToldInOrder) {
                           "create LumoConnector", "create TlsAlerts 46 48", "create UpdateHandler",
                           "create MqttConnection"));
   EXPECT_THAT(unit.connector.Calls(), ElementsAre("Start"));
+}
+
+// Where an operation is in the table of virtual operations, counted from the destructor's two.
+template <typename Operation>
+std::uintptr_t SlotOf(Operation operation) {
+  std::uintptr_t offset = 0;
+  std::memcpy(&offset, &operation, sizeof offset);
+  return offset / sizeof(void*);
+}
+
+// Whoever was compiled against the class calls by these numbers.
+TEST_F(ClientConstruction, VirtualOperations_OrderIsFixed) {
+  using C = TruststoreUpdateClient;
+  EXPECT_THAT((std::vector<std::uintptr_t>{
+                  SlotOf(&C::MQTTMessageReceivedCb), SlotOf(&C::MQTTResubscribeCb),
+                  SlotOf(&C::MQTTSubscribeFailedCb), SlotOf(&C::LumoConnectorStatus),
+                  SlotOf(&C::ProcessLifecycleAdapterTerminate),
+                  SlotOf(&C::ProcessLifecycleAdapterGetHealthStatus),
+                  SlotOf(&C::ProcessLifecycleAdapterEnterState), SlotOf(&C::LumoSCSessionStatus),
+                  SlotOf(&C::LumoSCInvocationURL), SlotOf(&C::LumoSCActivationState),
+                  SlotOf(&C::LumoSCConnectionState), SlotOf(&C::TlsAlertNotifyCb)}),
+              ElementsAre(2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13));
 }
 
 TEST_F(ClientConstruction, EverythingMade_OwnCallbacksGiven) {
