@@ -17,7 +17,15 @@ constexpr mode_t kDefaultMode = 0666;
 
 // O_NONBLOCK: not to wait for the reader of a pipe. Truncated later: first it must be the right
 // file.
-constexpr int kOpenFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+constexpr int kOpenFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+
+// What stands is opened without O_CREAT: in a directory like /tmp kernels refuse that flag even to
+// the superuser when the file is another user's (fs.protected_regular).
+int OpenOrMake(const std::string& path) {
+  const int file = ::open(path.c_str(), kOpenFlags, kDefaultMode);
+  if (file >= 0 || errno != ENOENT) return file;
+  return ::open(path.c_str(), kOpenFlags | O_CREAT, kDefaultMode);
+}
 
 int CheckKind(int file) {
   struct stat status {};
@@ -29,7 +37,7 @@ int CheckKind(int file) {
 }  // namespace
 
 int WriteUpdateNotification(const std::string& path, unsigned char value) {
-  support::UniqueFd file(::open(path.c_str(), kOpenFlags, kDefaultMode));
+  support::UniqueFd file(OpenOrMake(path));
   if (!file.IsOpen()) return errno;
   int error = CheckKind(file.Get());
   if (error == 0 && ::ftruncate(file.Get(), 0) != 0) error = errno;

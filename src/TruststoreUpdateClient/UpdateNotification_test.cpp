@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "support/UniqueFd.h"
+#include "tests/doubles/ProtectedFiles.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -115,6 +116,13 @@ TEST_F(UpdateNotification, ReadOnlyFile_RefusedAndUntouched) {
   ASSERT_EQ(::seteuid(user == 0 ? kNobody : user), 0);
   EXPECT_EQ(WriteUpdateNotification(marker, 1), EACCES);
   ASSERT_EQ(::seteuid(user), 0);
+  EXPECT_EQ(tests::ReadText(marker), "0");
+}
+
+TEST_F(UpdateNotification, FileThatKernelProtects_WrittenAllTheSame) {
+  tests::WriteText(marker, "1");
+  const tests::ProtectedFiles protection;
+  EXPECT_EQ(WriteUpdateNotification(marker, 0), 0);
   EXPECT_EQ(tests::ReadText(marker), "0");
 }
 
