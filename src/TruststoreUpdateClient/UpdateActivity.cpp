@@ -59,6 +59,11 @@ bool UpdateActivity::IsProcessingStopped() const {
   return processingStopped || terminated;
 }
 
+bool UpdateActivity::IsStopRequested() const {
+  const MutexLock lock(mutex);
+  return processingStopped;
+}
+
 void UpdateActivity::SetConnectingAllowed(bool allowed) {
   const MutexLock lock(mutex);
   connectingAllowed = allowed;

@@ -32,6 +32,9 @@ class UpdateActivity {
   void Terminate() EXCLUDES(mutex);
   [[nodiscard]] bool IsProcessingStopped() const EXCLUDES(mutex);
 
+  /// As SetProcessingStopped was told last, whether terminated or not.
+  [[nodiscard]] bool IsStopRequested() const EXCLUDES(mutex);
+
   void SetConnectingAllowed(bool allowed) EXCLUDES(mutex);
   [[nodiscard]] bool IsConnectingAllowed() const EXCLUDES(mutex);
 

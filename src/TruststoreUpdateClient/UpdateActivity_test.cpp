@@ -114,14 +114,17 @@ TEST(UpdateActivity, StopAndResume_Told) {
   UpdateActivity activity;
   activity.SetProcessingStopped(true);
   EXPECT_TRUE(activity.IsProcessingStopped());
+  EXPECT_TRUE(activity.IsStopRequested());
   activity.SetProcessingStopped(false);
   EXPECT_FALSE(activity.IsProcessingStopped());
+  EXPECT_FALSE(activity.IsStopRequested());
 }
 
 TEST(UpdateActivity, Termination_OutlastsResume) {
   UpdateActivity activity;
   activity.Terminate();
   EXPECT_TRUE(activity.IsProcessingStopped());
+  EXPECT_FALSE(activity.IsStopRequested());
   activity.SetProcessingStopped(true);
   activity.SetProcessingStopped(false);
   EXPECT_TRUE(activity.IsProcessingStopped());

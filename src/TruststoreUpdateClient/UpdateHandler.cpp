@@ -201,7 +201,7 @@ void UpdateHandler::EndStatusUpdate(UpdateActivity& shared) {
 void UpdateHandler::StopProcessing(bool stop) {
   activity->SetProcessingStopped(stop);
   if (stop) CSCLogging::LogDebug("Stopping Container Update");
-  if (collaborators.containerHandler) collaborators.containerHandler->StopProcessing(stop);
+  TellContainerHandlerOfStop();
   if (!stop) return;
   StopRetryTimer();
   TriggerThread();
@@ -221,6 +221,16 @@ void UpdateHandler::DisableUpdateRetries() {
   activity->DisableUpdateRetries();
   TellContainerHandlerOfRetries();
   StopRetryTimer();
+}
+
+// As below: a resume that overtakes a stop must not leave a handler that installs nothing.
+void UpdateHandler::TellContainerHandlerOfStop() const {
+  if (!collaborators.containerHandler) return;
+  bool told = false;
+  do {
+    told = activity->IsStopRequested();
+    collaborators.containerHandler->StopProcessing(told);
+  } while (told != activity->IsStopRequested());
 }
 
 // Whoever is told last is told the present state, also when it changes meanwhile.

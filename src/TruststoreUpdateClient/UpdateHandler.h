@@ -129,6 +129,7 @@ class UpdateHandler : public UpdateHandlerIf {
   [[nodiscard]] Next WaitForRetry(std::uint64_t retryStopsSeen) const;
   void StopRetryTimer();
   void TriggerThread();
+  void TellContainerHandlerOfStop() const;
   void TellContainerHandlerOfRetries() const;
 
   const Collaborators collaborators;

@@ -286,6 +286,17 @@ TEST_F(StoppedUpdateHandler, Resume_LogsNothingAndAllowsNextUpdate) {
               ElementsAre("stop", "resume", "enable retries", "enable retries"));
 }
 
+// A request that comes while the container handler is told of another one is told last.
+TEST_F(StoppedUpdateHandler, ResumeWhileItStops_ToldLast) {
+  containerHandler->AtStop([this] {
+    containerHandler->AtStop(nullptr);
+    handler->StopProcessing(false);
+  });
+  handler->StopProcessing(true);
+  EXPECT_FALSE(handler->IsProcessingStopped());
+  EXPECT_THAT(containerHandler->Requests(), ElementsAre("resume", "stop", "resume"));
+}
+
 TEST_F(StoppedUpdateHandler, ResumeAfterEndedUpdate_DoesNotRestartIt) {
   handler->ConnectionStateChange(false);
   EXPECT_TRUE(Start());

@@ -53,7 +53,11 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
     return installedTimestamp;
   }
 
-  void StopProcessing(bool stop) override { Remember(stop ? "stop" : "resume"); }
+  void StopProcessing(bool stop) override EXCLUDES(mutex) {
+    const Hook hook = StopHook();
+    if (hook) hook();
+    Remember(stop ? "stop" : "resume");
+  }
   void TerminateProcessing() override { Remember("terminate"); }
   void DisableUpdateRetries(bool disable) const override EXCLUDES(mutex) {
     const Hook hook = RetriesHook();
@@ -76,11 +80,15 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
     removal = status;
   }
 
-  /// What happens inside every further verification, every DisableUpdateRetries before it takes
-  /// effect, and every question for the container being installed.
+  /// What happens inside every further verification, every StopProcessing and DisableUpdateRetries
+  /// before it takes effect, and every question for the container being installed.
   void AtVerification(Hook hook) EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
     atVerification = std::move(hook);
+  }
+  void AtStop(Hook hook) EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
+    atStop = std::move(hook);
   }
   void AtRetriesChange(Hook hook) EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
@@ -132,6 +140,11 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
     requests.push_back(request);
   }
 
+  Hook StopHook() const EXCLUDES(mutex) {
+    const support::MutexLock lock(mutex);
+    return atStop;
+  }
+
   Hook RetriesHook() const EXCLUDES(mutex) {
     const support::MutexLock lock(mutex);
     return atRetriesChange;
@@ -149,6 +162,7 @@ class FakeContainerHandler : public truststore_update_client::ContainerHandlerIf
   std::string installingId GUARDED_BY(mutex);
   std::uint32_t installedTimestamp GUARDED_BY(mutex) = 0;
   Hook atVerification GUARDED_BY(mutex);
+  Hook atStop GUARDED_BY(mutex);
   Hook atRetriesChange GUARDED_BY(mutex);
   Hook atInstallingId GUARDED_BY(mutex);
   std::vector<std::string> containers GUARDED_BY(mutex);
