@@ -178,7 +178,7 @@ bool HSM::Signature_Verify(const Botan::X509_Certificate& certificate, std::stri
 
 void HSM::DisableUpdateRetries(bool disable) {
   retriesDisabled = disable;  // before the wait ends: who wakes up looks at it
-  CSCLogging::LogDebug(CSCLogEntry() << "HSM: OCSP retries " << (disable ? "Disabled" : "Enabled"));
+  CSCLogging::LogDebug(disable ? "HSM: OCSP retries Disabled" : "HSM: OCSP retries Enabled");
   if (disable) StopRetryTimer();
 }
 

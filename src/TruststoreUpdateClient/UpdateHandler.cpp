@@ -105,7 +105,9 @@ void UpdateHandler::SendUpdateNotificationToOtherApps(unsigned char value) const
   const int error = WriteUpdateNotification(collaborators.notificationFile, value);
   if (error != 0) {
     CSCLogging::LogError("Error sending Update Notification to other applications!");
-    CSCLogging::LogInfo("The marker file was not written: " + support::ErrorText(error));
+    Contain([&] {
+      CSCLogging::LogInfo("The marker file was not written: " + support::ErrorText(error));
+    });
     return;
   }
   CSCLogging::LogInfo(value != 0 ? "Update Notification sent to other applications"

@@ -95,15 +95,36 @@ TEST_F(UpdateHandlerFailures, NoContainerHandler_UnexpectedErrorReported) {
   EXPECT_THAT(exchange->Reports(), ElementsAre("9||t2|http://u2", "1||t2|http://u2"));
 }
 
-TEST_F(UpdateHandlerFailures, DownloadThrows_UnexpectedErrorReported) {
-  exchange->PlanDownloads({[](std::string&) -> unsigned { Throw(); }});
+TEST_F(UpdateHandlerFailures, DownloadThrows_TriedAgain) {
+  exchange->PlanDownloads({[](std::string&) -> unsigned { Throw(); },
+                           FakeContainerConnection::Brings(kExchangeSuccess, "second")});
   Make();
   EXPECT_TRUE(Start());
   EXPECT_EQ(LinesOfWork(1, 1), Join({tests::kUpdateStarted,
                                      LinesOfAccess(tests::kDownloadOperation),
-                                     {"error: Container Update failed: boom"},
-                                     kReportedUnexpected}));
+                                     {"error: Container Download failed: boom"},
+                                     tests::kRetrying,
+                                     LinesOfDownload(),
+                                     {"info: Update Notification sent to other applications"},
+                                     LinesOfReport(kSuccess)}));
+  EXPECT_THAT(containerHandler->Containers(), ElementsAre("second"));
   EXPECT_THAT(containerHandler->Requests(), ElementsAre("enable retries", "enable retries"));
+}
+
+TEST_F(UpdateHandlerFailures, DownloadThrowsAndRetriesDisabled_DownloadErrorReported) {
+  exchange->PlanDownloads({[this](std::string&) -> unsigned {
+    handler->DisableUpdateRetries();
+    Throw();
+  }});
+  Make();
+  EXPECT_TRUE(Start());
+  EXPECT_EQ(LinesOfWork(1, 1), Join({tests::kUpdateStarted,
+                                     LinesOfAccess(tests::kDownloadOperation),
+                                     tests::kRetriesDisabled,
+                                     {"error: Container Download failed: boom"},
+                                     tests::kFinal,
+                                     LinesOfReport("STATUS_CODE_DOWNLOAD_ERROR")}));
+  EXPECT_THAT(containerHandler->Containers(), IsEmpty());
 }
 
 TEST_F(UpdateHandlerFailures, InstallationThrows_UnexpectedErrorReported) {

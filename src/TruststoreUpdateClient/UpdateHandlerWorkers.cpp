@@ -13,6 +13,17 @@ namespace {
 
 constexpr std::int32_t kAccessGranted = 1;
 
+// A lack of memory costs the line, not the work that it tells of.
+template <typename... Pieces>
+void LogErrorOf(const Pieces&... pieces) noexcept {
+  try {
+    CSCLogEntry entry;
+    (entry << ... << pieces);
+    CSCLogging::LogError(entry);
+  } catch (const std::exception&) {
+  }
+}
+
 bool Granted(const char* what, const std::string& operationTypeId, std::int32_t status) {
   if (status == kAccessGranted) {
     CSCLogging::LogInfo(CSCLogEntry() << "Got " << what << " for '" << operationTypeId << "'");
@@ -30,7 +41,7 @@ void UpdateHandler::ContainerUpdateThread(const Request& request) {
   try {
     UpdateContainer(request);
   } catch (const std::exception& exception) {
-    CSCLogging::LogError(CSCLogEntry() << "Container Update failed: " << exception.what());
+    LogErrorOf("Container Update failed: ", exception.what());
     StartStatusUpdate(STATUS_CODE_UNEXPECTED_ERROR);
   }
 }
@@ -63,9 +74,15 @@ UpdateHandler::Next UpdateHandler::TryDownload(std::string& container, const Req
   return next;
 }
 
+// A request that threw is one that failed: the update goes on with its next attempt.
 unsigned int UpdateHandler::DownloadContainer(std::string& container, const Request& request,
                                               std::uint64_t retryStopsSeen) {
-  const unsigned int result = RequestContainer(container, request, retryStopsSeen);
+  unsigned int result = kExchangeFailed;
+  try {
+    result = RequestContainer(container, request, retryStopsSeen);
+  } catch (const std::exception& exception) {
+    LogErrorOf("Container Download failed: ", exception.what());
+  }
   if (result == kNoNewContainer) CSCLogging::LogInfo("No new TrustStore Container available.");
   if (result != kExchangeSuccess) return result;
   if (container.empty()) {
@@ -113,7 +130,7 @@ void UpdateHandler::StatusReportThread(const Report& report) {
     try {
       next = TryReport(report, testDone, retryStopsSeen);
     } catch (const std::exception& exception) {
-      CSCLogging::LogError(CSCLogEntry() << "Status Report failed: " << exception.what());
+      LogErrorOf("Status Report failed: ", exception.what());
       next = WaitForRetry(retryStopsSeen);
     }
   } while (next == Next::kTryAgain && !activity->IsUpdateRetryDisabled());
@@ -183,7 +200,7 @@ UpdateHandler::Next UpdateHandler::WaitForRetry(std::uint64_t retryStopsSeen) co
     CSCLogging::LogError("Stopping...");
     return Next::kEnd;
   }
-  CSCLogging::LogError(CSCLogEntry() << "Retrying in " << kRetryInterval.count() << " seconds...");
+  LogErrorOf("Retrying in ", kRetryInterval.count(), " seconds...");
   retryStops.WaitForChange(retryStopsSeen, collaborators.retryInterval);
   return Next::kTryAgain;
 }
