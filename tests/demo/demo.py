@@ -9,6 +9,7 @@ import argparse
 import collections
 import os
 import pathlib
+import signal
 import sys
 import tempfile
 import time
@@ -312,11 +313,26 @@ def tell(telling, build_dir, whole_log):
     return 0
 
 
+def end_on(signals):
+    """Lets the first of these signals end the demo as Ctrl-C does, with its processes and folders; further ones do not
+    disturb that."""
+    def interrupt(_number, _frame):
+        for each in signals:
+            signal.signal(each, signal.SIG_IGN)
+        raise KeyboardInterrupt
+    for each in signals:
+        # nohup has a reason to ignore one.
+        if signal.getsignal(each) != signal.SIG_IGN:
+            signal.signal(each, interrupt)
+
+
 def main():
     parser = argparse.ArgumentParser(description="One unit and one backend on this machine, told step by step.")
     parser.add_argument("build_dir", type=pathlib.Path, help="where the programs were built: build/release")
     parser.add_argument("--log", action="store_true", help="show the daemon's whole log")
     options = parser.parse_args()
+    # SIGHUP: the terminal was closed.
+    end_on((signal.SIGTERM, signal.SIGHUP))
     try:
         return tell(Telling(sys.stdout), options.build_dir.resolve(), options.log)
     except KeyboardInterrupt:

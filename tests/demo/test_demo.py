@@ -1,11 +1,16 @@
 """The demo tells what it sees, for people and for programs, and does not end well when something came out otherwise."""
 
 import io
+import os
 import pty
+import signal
+import subprocess
+import sys
 
 import pytest
 
 import demo
+from running import DEADLINE_S
 from telling import Telling
 
 ESCAPE = "\033"
@@ -99,3 +104,20 @@ def test_daemon_that_does_otherwise_fails_the_demo(folder):
     assert stream.getvalue().endswith(
         f"    | not today\n\nNOT AS TOLD: the daemon logs '{demo.EMPTY}'\n")
     assert "Every step came out as told" not in stream.getvalue()
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP, signal.SIGINT], ids=lambda number: number.name)
+def test_demo_that_is_ended_leaves_nothing_behind(folder, number):
+    (folder / "bin" / "truststore-update-client").write_text("#!/bin/sh\nexec sleep 1000\n")
+    temporary = folder / "tmp"
+    temporary.mkdir()
+    # A background job of a shell ignores SIGINT, and what it starts does, too.
+    command = ["env", "--default-signal", sys.executable, demo.__file__, folder]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True,
+                          env={**os.environ, "TMPDIR": str(temporary), "PYTHONDONTWRITEBYTECODE": "1"}) as process:
+        while not process.stdout.readline().startswith("(a)"):
+            assert process.poll() is None
+        assert list(temporary.iterdir())
+        process.send_signal(number)
+        assert process.wait(DEADLINE_S) == 130
+    assert not list(temporary.iterdir())
