@@ -367,48 +367,5 @@ TEST_F(ClientConnection, EventsOfNoConcern_NothingHappens) {
   EXPECT_THAT(unit.calls.Calls(), IsEmpty());
 }
 
-class ClientByHand : public tests::ClientTest {
- protected:
-  ClientByHand() {
-    Construct();
-    Forget();
-  }
-};
-
-TEST_F(ClientByHand, Container_Installed) {
-  client->HandleDevContainer("/some file", false);
-  EXPECT_THAT(log.Lines(), IsEmpty());
-  EXPECT_THAT(unit.calls.Calls(), ElementsAre("UpdateDevContainer [/some file]"));
-}
-
-TEST_F(ClientByHand, ContainerAfterReset_ResetFirst) {
-  client->HandleDevContainer("/file", true);
-  EXPECT_THAT(log.Lines(), ElementsAre("info: Truststore Update Client Factory Reset"));
-  EXPECT_THAT(unit.calls.Calls(),
-              ElementsAre("RemoveAllTrustStores", "UpdateDevContainer [/file]"));
-}
-
-TEST_F(ClientByHand, ContainerAfterFailedReset_ToldAndInstalled) {
-  unit.updates.removal = kRecordsNotStored;
-  client->HandleDevContainer("/file", true);
-  EXPECT_THAT(log.Lines(), ElementsAre("info: Truststore Update Client Factory Reset",
-                                       "error: Factory Reset failed!"));
-  EXPECT_EQ(unit.calls.Calls().back(), "UpdateDevContainer [/file]");
-}
-
-TEST_F(ClientByHand, Status_PublishedAndTold) {
-  client->PublishStatus("some/topic", "a message");
-  EXPECT_THAT(log.Lines(),
-              ElementsAre("info:  Successfully Published:a message> To this topic==>some/topic"));
-  EXPECT_THAT(unit.calls.Calls(),
-              ElementsAre("Publish [some/topic] [a message] true 10 20 [none]"));
-}
-
-TEST_F(ClientByHand, StatusNotPublished_NothingTold) {
-  unit.broker.publish = 4;
-  client->PublishStatus("some/topic", "a message");
-  EXPECT_THAT(log.Lines(), IsEmpty());
-}
-
 }  // namespace
 }  // namespace truststore_update_client
