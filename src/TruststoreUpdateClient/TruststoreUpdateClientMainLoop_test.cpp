@@ -60,6 +60,13 @@ TEST_F(ClientWait, TriggerSentByOtherThread_UnlimitedWaitEnds) {
   sender.join();
 }
 
+// The main loop is woken to tell that it waits for the workers, and again when they have ended.
+TEST_F(ClientWait, Termination_TriggersBeforeAndAfterWorkersEnd) {
+  unit.calls.During("StopProcessing true", [&] { EXPECT_TRUE(WaitEnds(kNoTimeout)); });
+  Terminate();
+  EXPECT_TRUE(WaitEnds(kNoTimeout));
+}
+
 TEST_F(ClientWait, TimeoutOfZero_EndsAtOnce) {
   EXPECT_TRUE(WaitEnds(0));
   EXPECT_THAT(log.Lines(), ElementsAre(Wait(0)));
