@@ -158,6 +158,16 @@ TEST_F(UpdateHandlerFailures, SendingThrows_TriedAgain) {
                                      LinesOfReport(kSuccess)}));
 }
 
+TEST_F(UpdateHandlerFailures, WhatIsNoErrorIsThrownBySending_ReportEnds) {
+  exchange->PlanReports({[]() -> unsigned { throw 1; }, FakeContainerConnection::Ends(0)});
+  Make();
+  handler->StartStatusUpdate(STATUS_CODE_SUCCESS, "lost");
+  EXPECT_EQ(LinesOfWork(0, 1), LinesOfAttempt(kSuccess));
+  handler->StartStatusUpdate(STATUS_CODE_SUCCESS, "id");
+  (void)LinesOfWork(0, 2);
+  EXPECT_THAT(exchange->Reports(), ElementsAre("0|lost|t2|http://u2", "0|id|t2|http://u2"));
+}
+
 TEST_F(UpdateHandlerFailures, SendingThrowsAndRetriesDisabled_Ends) {
   exchange->PlanReports({[]() -> unsigned { Throw(); }});
   Make();

@@ -1,4 +1,7 @@
 // The report of an update's result to the backend.
+#include <atomic>
+
+#include "tests/support/AtLogLine.h"
 #include "tests/support/UpdateHandlerTest.h"
 
 namespace truststore_update_client {
@@ -150,6 +153,16 @@ TEST_F(StatusReport, NoConnection_WaitsForFirstUsableState) {
                                      tests::kReportWaits,
                                      tests::kReportWaits,
                                      {"info: Update Status was sent successfully."}}));
+}
+
+TEST_F(StatusReport, LineOfItsEnd_LoggedAfterwards) {
+  Make();
+  std::atomic<bool> ongoing{true};
+  const tests::AtLogLine end("Status Reporting ended.",
+                             [&] { ongoing = handler->IsContainerUpdateOngoing(); });
+  handler->StartStatusUpdate(STATUS_CODE_SUCCESS, "id");
+  EXPECT_TRUE(tests::Eventually([&] { return end.IsDone(); }));
+  EXPECT_FALSE(ongoing);
 }
 
 TEST_F(StatusReport, RetriesDisabledBefore_OneAttempt) {

@@ -1,6 +1,8 @@
 // The container update: download, installation, and what is reported of it.
+#include <atomic>
 #include <utility>
 
+#include "tests/support/AtLogLine.h"
 #include "tests/support/UpdateHandlerTest.h"
 
 namespace truststore_update_client {
@@ -205,6 +207,29 @@ TEST_F(ContainerUpdate, NoConnection_WaitsForFirstUsableState) {
                                      LinesOfDownload(),
                                      {kMarkerLine},
                                      LinesOfReport(kSuccess)}));
+}
+
+// After the look at the connection, before the wait for it.
+TEST_F(ContainerUpdate, ConnectionBetweenLookAndWait_NotMissed) {
+  Make(false);
+  const tests::AtLogLine change("Container Download is waiting for correct Connection state...",
+                                [this] { handler->ConnectionStateChange(true); });
+  EXPECT_TRUE(Start());
+  EXPECT_TRUE(tests::Eventually([this] { return !handler->IsContainerUpdateOngoing(); }));
+  EXPECT_TRUE(change.IsDone());
+  EXPECT_THAT(exchange->Downloads(), ElementsAre(kDownloadCall));
+}
+
+// The line tells what is so already: whoever reads it finds nothing under way.
+TEST_F(ContainerUpdate, LineOfItsEnd_LoggedAfterwards) {
+  Make();
+  handler->StopProcessing(true);
+  std::atomic<bool> ongoing{true};
+  const tests::AtLogLine end("Container Update ended.",
+                             [&] { ongoing = handler->IsContainerUpdateOngoing(); });
+  EXPECT_TRUE(Start());
+  EXPECT_TRUE(tests::Eventually([&] { return end.IsDone(); }));
+  EXPECT_FALSE(ongoing);
 }
 
 TEST_F(ContainerUpdate, ConnectionLostDuringDownload_NextAttemptWaits) {
