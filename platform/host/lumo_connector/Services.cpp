@@ -39,14 +39,21 @@ Result<std::string> ReadToken(const std::string& path) {
   return text;
 }
 
+void LogNotConfigured(const char* what, const std::string& operationTypeId) {
+  csc_logging::CSCLogging::LogError(std::string("libLumoConnectorShared: no ") + what +
+                                    " is configured for " + operationTypeId);
+}
+
 }  // namespace
 
 lumo_connector::LumoTokenResult TokenOf(const HostConfig& config,
                                         const std::string& operationTypeId) {
   const auto* service = Find(config, operationTypeId);
-  if (service == nullptr) return {kNotConfigured, ""};
-  if (service->token) return {kSuccess, *service->token};
-  if (service->tokenFile.empty()) return {kNotConfigured, ""};
+  if (service != nullptr && service->token) return {kSuccess, *service->token};
+  if (service == nullptr || service->tokenFile.empty()) {
+    LogNotConfigured("token", operationTypeId);
+    return {kNotConfigured, ""};
+  }
   auto token = ReadToken(service->tokenFile);
   if (token.Ok()) return {kSuccess, std::move(token).Take()};
   csc_logging::CSCLogging::LogError(
@@ -58,7 +65,10 @@ lumo_connector::LumoTokenResult TokenOf(const HostConfig& config,
 
 lumo_connector::SCUrlResult UrlOf(const HostConfig& config, const std::string& operationTypeId) {
   const auto* service = Find(config, operationTypeId);
-  if (service == nullptr || service->url.empty()) return {kNotConfigured, operationTypeId, ""};
+  if (service == nullptr || service->url.empty()) {
+    LogNotConfigured("URL", operationTypeId);
+    return {kNotConfigured, operationTypeId, ""};
+  }
   return {kSuccess, operationTypeId, service->url};
 }
 

@@ -11,14 +11,14 @@
 namespace platform_host {
 
 /// The access token of `operationTypeId`, read anew where it is in a file; one line break at the
-/// file's end is not part of it. Status 1 with the token; 2 when none is configured; 3 and one
-/// error line when the file cannot be read or holds anything but one token. No line shows what the
-/// file holds. Blocks for the reading.
+/// file's end is not part of it. Status 1 with the token; 2 when none is configured; 3 when the
+/// file cannot be read or holds anything but one token. One error line tells of a failure; none
+/// shows what the file holds. Blocks for the reading.
 [[nodiscard]] lumo_connector::LumoTokenResult TokenOf(const HostConfig& config,
                                                       const std::string& operationTypeId);
 
-/// The address of `operationTypeId`. Status 1 with the URL, its scheme in lower case; 2 when none
-/// is configured.
+/// The address of `operationTypeId`. Status 1 with the URL, its scheme in lower case; 2 and
+/// one error line when none is configured.
 [[nodiscard]] lumo_connector::SCUrlResult UrlOf(const HostConfig& config,
                                                 const std::string& operationTypeId);
 

@@ -42,12 +42,17 @@ TEST(Services, TokenInConfiguration_Given) {
   EXPECT_EQ(result.token, "secret");
 }
 
-TEST(Services, NoTokenConfigured_2) {
+TEST(Services, NoTokenConfigured_2AndTold) {
+  const CapturedLog log;
   HostConfig config;
   config.services[kOperation].url = "http://h";
   EXPECT_EQ(TokenOf(config, kOperation).status, 2);
   EXPECT_EQ(TokenOf(config, "Other").status, 2);
   EXPECT_EQ(TokenOf(config, "").status, 2);
+  EXPECT_THAT(log.Lines(),
+              ElementsAre("error: libLumoConnectorShared: no token is configured for Download",
+                          "error: libLumoConnectorShared: no token is configured for Other",
+                          "error: libLumoConnectorShared: no token is configured for "));
 }
 
 TEST(Services, UrlConfigured_GivenWithItsOperation) {
@@ -59,7 +64,8 @@ TEST(Services, UrlConfigured_GivenWithItsOperation) {
   EXPECT_EQ(result.url, "http://h/p");
 }
 
-TEST(Services, NoUrlConfigured_2) {
+TEST(Services, NoUrlConfigured_2AndTold) {
+  const CapturedLog log;
   HostConfig config;
   config.services[kOperation].token = "secret";
   for (const char* operation : {kOperation, "Other"}) {
@@ -68,6 +74,9 @@ TEST(Services, NoUrlConfigured_2) {
     EXPECT_EQ(result.operationTypeId, operation);
     EXPECT_EQ(result.url, "");
   }
+  EXPECT_THAT(log.Lines(),
+              ElementsAre("error: libLumoConnectorShared: no URL is configured for Download",
+                          "error: libLumoConnectorShared: no URL is configured for Other"));
 }
 
 TEST_F(TokenFile, LineBreakAtEnd_NotPartOfToken) {
