@@ -45,7 +45,11 @@ Result<HostConfig> HostConfig::Parse(std::string_view text, const std::string& f
 Result<HostConfig> HostConfig::Load(const std::string& path) {
   std::string text;
   const int error = support::ReadFile(path, kSizeLimit, text);
-  if (error == ENOENT) return HostConfig{};
+  if (error == ENOENT) {
+    HostConfig defaults;
+    defaults.missingFile = path;
+    return defaults;
+  }
   if (error != 0) return Error::OfErrno(error).WithContext(path);
   return Parse(text, path);
 }

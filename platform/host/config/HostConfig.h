@@ -72,6 +72,7 @@ struct HostConfig {
   std::optional<BrokerConfig> broker;                                        ///< none: no topics
   std::map<std::string, ServiceConfig> services;  ///< by operation type id
   ExchangeLimits limits;
+  std::string missingFile;  ///< the path of Load when nothing was there; empty: it was read
 
   /// The file that keeps two processes from working on trust store and records at once.
   [[nodiscard]] std::string WorkLockFile() const { return persistencyDirectory + "/work.lock"; }
@@ -82,8 +83,9 @@ struct HostConfig {
   /// kSizeLimit. Touches no file.
   static Result<HostConfig> Parse(std::string_view text, const std::string& fileName);
 
-  /// Reads settings from the file at `path`. No such file: the defaults. Fails as Parse does, and
-  /// with "PATH: reason" when the file is there and cannot be read. Blocks for the reading only.
+  /// Reads settings from the file at `path`. No such file: the defaults, and missingFile. Fails as
+  /// Parse does, and with "PATH: reason" when the file is there and cannot be read. Blocks for the
+  /// reading only.
   static Result<HostConfig> Load(const std::string& path);
 
   /// The configuration of this process: Load of the path that the environment names, read at the

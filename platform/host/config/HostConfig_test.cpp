@@ -189,9 +189,10 @@ class HostConfigFile : public ::testing::Test {
   const std::string path = directory.Path() + "/host.toml";
 };
 
-TEST_F(HostConfigFile, Missing_Defaults) {
+TEST_F(HostConfigFile, Missing_DefaultsAndItsPath) {
   const auto result = HostConfig::Load(path);
   ASSERT_TRUE(result.Ok());
+  EXPECT_EQ(result.Value().missingFile, path);
   EXPECT_EQ(result.Value().trustStoreDirectory, HostConfig{}.trustStoreDirectory);
 }
 
@@ -199,6 +200,7 @@ TEST_F(HostConfigFile, Present_Read) {
   Write("[logging]\nlevel = \"debug\"\n");
   const auto result = HostConfig::Load(path);
   ASSERT_TRUE(result.Ok());
+  EXPECT_EQ(result.Value().missingFile, "");
   EXPECT_EQ(result.Value().logLevel, LogLevel::kDebug);
 }
 

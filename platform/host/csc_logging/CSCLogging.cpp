@@ -99,6 +99,14 @@ LogSinkList OpenSinks(const HostConfig& config, const std::string& application,
   return sinks;
 }
 
+/// A file that was named is expected to be there; one at the default path is not.
+void WarnOfMissingFile(const HostConfig& config) {
+  if (config.missingFile.empty() || config.missingFile == HostConfig::kDefaultPath) return;
+  csc_logging::CSCLogging::LogWarning(
+      Error::OfErrno(ENOENT).WithContext("libaralog: " + config.missingFile).Text() +
+      ": every default holds");
+}
+
 void OpenConfiguredSinks(const std::string& application) {
   const auto& result = HostConfig::OfProcess();
   std::vector<Error> failures;
@@ -110,6 +118,7 @@ void OpenConfiguredSinks(const std::string& application) {
   for (const auto& failure : failures) {
     csc_logging::CSCLogging::LogError(failure.WithContext("libaralog").Text());
   }
+  WarnOfMissingFile(config);
 }
 
 }  // namespace

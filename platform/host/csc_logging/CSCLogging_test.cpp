@@ -55,18 +55,21 @@ class Logging : public ::testing::Test {
   const std::string logPath = directory.Path() + "/unit.log";
 };
 
-TEST_F(Logging, NoConfiguration_StandardErrorFromInfo) {
+TEST_F(Logging, NamedConfigurationMissing_ToldAndStandardErrorFromInfo) {
   ::setenv(HostConfig::kPathVariable, (directory.Path() + "/missing").c_str(), 1);
   const std::string output = ErrorOutputOf([] {
     CSCLogging::InitLogging("TU");
     CSCLogging::LogDebug("unseen");
     CSCLogging::LogInfo("seen");
   });
-  EXPECT_THAT(output, MatchesRegex(std::string(kTime) + "info TU seen\n"));
+  EXPECT_THAT(output,
+              MatchesRegex(std::string(kTime) + "warning TU libaralog: " + directory.Path() +
+                           "/missing: No such file or directory: every default holds\n" + kTime +
+                           "info TU seen\n"));
 }
 
 TEST_F(Logging, LongApplicationId_FourCharacters) {
-  ::setenv(HostConfig::kPathVariable, (directory.Path() + "/missing").c_str(), 1);
+  Configure("");
   const std::string output = ErrorOutputOf([] {
     CSCLogging::InitLogging("LONGER");
     CSCLogging::LogInfo("x");
@@ -156,7 +159,7 @@ TEST_F(Logging, EmptySinkList_StandardError) {
 }
 
 TEST_F(Logging, JournalOnStandardError_PriorityPrefix) {
-  ::setenv(HostConfig::kPathVariable, (directory.Path() + "/missing").c_str(), 1);
+  Configure("");
   const std::string output = ErrorOutputOf([] {
     struct stat status {};
     ASSERT_EQ(::fstat(STDERR_FILENO, &status), 0);
@@ -185,7 +188,7 @@ TEST_F(Logging, LineWithToken_NoSinkWritesIt) {
 }
 
 TEST_F(Logging, TokenWhereTheLineIsCut_NoPartOfIt) {
-  ::setenv(HostConfig::kPathVariable, (directory.Path() + "/missing").c_str(), 1);
+  Configure("");
   const std::string output = ErrorOutputOf([] {
     CSCLogging::InitLogging("TU");
     CSCLogging::LogInfo(std::string(kLineLimit - 60, 'x') + " Bearer " + std::string(9000, 's'));
