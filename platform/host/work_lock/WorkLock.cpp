@@ -14,6 +14,7 @@
 #include <string_view>
 #include <thread>
 
+#include "csc_logging/CSCLogging.h"
 #include "platform/host/files/Directories.h"
 
 namespace platform_host {
@@ -105,7 +106,8 @@ WorkLock::Milliseconds WorkLock::MonotonicTime() {
 }
 
 Result<WorkLock::Turn> WorkLock::Begin(Purpose purpose) {
-  const auto deadline = steady_clock::now() + timing.patience;
+  const auto began = steady_clock::now();
+  bool told = false;
   for (;;) {
     const Attempt attempt = TryBegin(purpose);
     switch (attempt.outcome) {
@@ -118,9 +120,14 @@ Result<WorkLock::Turn> WorkLock::Begin(Purpose purpose) {
       case Attempt::Outcome::kBusy:
         break;
     }
-    if (steady_clock::now() >= deadline) {
-      return Error(path + ": process " + std::to_string(attempt.detail) + " is still at work");
+    const auto waited = steady_clock::now() - began;
+    const std::string holder = path + ": process " + std::to_string(attempt.detail);
+    if (!told && waited >= timing.quietFor) {
+      csc_logging::CSCLogging::LogInfo("libwork_lock_host: " + holder +
+                                       " is at work; this one waits");
+      told = true;
     }
+    if (waited >= timing.patience) return Error(holder + " is still at work");
     std::this_thread::sleep_for(timing.pollInterval);
   }
 }

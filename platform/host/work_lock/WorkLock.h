@@ -42,6 +42,7 @@ class WorkLock {
     /// The same for all workers. Without the time for which the machine is suspended: nobody can
     /// work then.
     std::function<Milliseconds()> now = MonotonicTime;
+    Milliseconds quietFor{1000};  ///< how long Begin waits before a line of the log tells of it
   };
 
   enum class Purpose {
@@ -81,8 +82,8 @@ class WorkLock {
   WorkLock(std::string lockFile, Timing durations);
 
   /// Begins an operation, waiting up to the patience while another worker is in one or has its
-  /// lease. Fails with "FILE: reason" when that was not enough or the file cannot be used. Other
-  /// threads are not held up by the waiting.
+  /// lease; one info line tells of a wait that is not short. Fails with "FILE: reason" when that
+  /// was not enough or the file cannot be used. Other threads are not held up by the waiting.
   Result<Turn> Begin(Purpose purpose) EXCLUDES(mutex);
 
  private:

@@ -1,7 +1,7 @@
 #include "platform/host/work_lock/WorkLock.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/host/csc_logging/CapturedLog.h"
 #include "support/FileContents.h"
 #include "tests/doubles/ChildProcess.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -23,6 +24,8 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using tests::ChildProcess;
 using Purpose = WorkLock::Purpose;
 
@@ -63,6 +66,29 @@ TEST_F(WorkLockOf, AnotherInItsTurn_WaitsHoweverLongItTakes) {
   ASSERT_FALSE(refused.Ok());
   EXPECT_EQ(refused.Failure().Text(),
             path + ": process " + std::to_string(::getpid()) + " is still at work");
+}
+
+TEST_F(WorkLockOf, LongWait_ToldOnce) {
+  const auto first = Worker();
+  const CapturedLog log;
+  auto timing = TimingWith(milliseconds(20));
+  timing.quietFor = milliseconds(5);
+  WorkLock second(path, timing);
+  ASSERT_TRUE(Works(*first));
+  EXPECT_FALSE(Works(second));
+  EXPECT_THAT(log.Lines(), ElementsAre("info: libwork_lock_host: " + path + ": process " +
+                                       std::to_string(::getpid()) + " is at work; this one waits"));
+}
+
+TEST_F(WorkLockOf, ShortWait_NotTold) {
+  const auto first = Worker();
+  const CapturedLog log;
+  auto timing = TimingWith(milliseconds(5));
+  timing.quietFor = seconds(1000);
+  WorkLock second(path, timing);
+  ASSERT_TRUE(Works(*first));
+  EXPECT_FALSE(Works(second));
+  EXPECT_THAT(log.Lines(), IsEmpty());
 }
 
 TEST_F(WorkLockOf, AnotherWithinLease_Refused) {
