@@ -210,8 +210,11 @@ class Play:
             self.suspend()
         if self.cell.then == "kPrepSD+kOn":
             self.end_outage()
+            # The store is looked at again, perhaps with the result of the start.
+            looked = self.filled_in(self.cell.log[-1 - LINES_OF_JOB])
+            before = running.log().count(looked)
             self.daemon.control("state", "kOn")
-            running.wait_for(self.filled_in(self.cell.log[-1 - LINES_OF_JOB]))
+            running.wait_for(looked, before + 1)
             self.bench.publish_job()
             running.wait_for(self.cell.log[-1])
         running.send_signal(signal.SIGTERM)
