@@ -277,13 +277,13 @@ class LumoConnector::Impl : public CallbackSource {
   bool isRejectionDue GUARDED_BY(mutex) = false;  ///< to be told by the callback thread
   SessionStatus status GUARDED_BY(mutex) = SessionStatus::kStopped;
   const HostConfig* config GUARDED_BY(mutex) = nullptr;
-  std::unique_ptr<BrokerSession> waitingSession;  ///< of the callback thread
 
   // Each uses those above it.
   CallbackThread callbacks;
   TransactionTypeStates states;
   TopicEvents events;
   TopicRequests requests;
+  std::unique_ptr<BrokerSession> waitingSession;  ///< of the callback thread
   BrokerThread broker;
   platform_host::Exchanges exchanges;
   const ConnectorControl control;  ///< nobody asks any more when the others end
