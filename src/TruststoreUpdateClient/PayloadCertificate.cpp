@@ -58,7 +58,11 @@ std::vector<std::uint8_t> BodyWithOtherIssuer(const RawCertificate& certificate)
   Append(twin, validity);
   Append(twin, subject);
   Append(twin, body.get_next_object());  // public key
-  while (body.more_items()) Append(twin, WithinBound(body.get_next_object()));
+  // Until an object is unset, not while bytes are left: the library passes over end-of-contents
+  // marks.
+  for (field = body.get_next_object(); field.is_set(); field = body.get_next_object()) {
+    Append(twin, WithinBound(field));
+  }
   return encoding;
 }
 

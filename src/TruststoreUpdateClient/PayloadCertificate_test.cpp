@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <random>
 
 #include "tests/doubles/ChildProcess.h"
@@ -52,6 +53,17 @@ TEST(PayloadCertificate, OddButAcceptedCertificates_HaveTheLibrarysPem) {
     EXPECT_NE("", ByUs(encoding)) << name;
     EXPECT_EQ(ByLibrary(encoding), ByUs(encoding)) << name;
   }
+}
+
+TEST(PayloadCertificate, EndOfContentsInPlaceOfExtensions_HasTheLibrarysPem) {
+  Bytes encoding = PkiBytes("payload/odd/self-issued-wrong-signature.der");
+  const Bytes extensions{0xA3, 0x23, 0x30, 0x21};
+  const auto tag =
+      std::search(encoding.begin(), encoding.end(), extensions.begin(), extensions.end());
+  ASSERT_NE(encoding.end(), tag);
+  *tag = 0;
+  EXPECT_NE("", ByUs(encoding));
+  EXPECT_EQ(ByLibrary(encoding), ByUs(encoding));
 }
 
 TEST(PayloadCertificate, BytesThatAreNoCertificate_Throw) {
