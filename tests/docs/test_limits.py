@@ -40,7 +40,7 @@ def number(text):
 
 def definition(name, code):
     """Value and unit of a constant, or of a member with its initializer."""
-    found = re.findall(rf"^\s*(?:[\w ]*\b)?(?:std::)?(?:chrono::)?(\w+) {name}(?: = ([^;]+)|\{{([^;]*)\}});", code, re.MULTILINE)
+    found = re.findall(rf"^[\w ]*?(?:std::)?(?:chrono::)?(\w+) {name}(?: = ([^;]+)|\{{([^;]*)\}});", code, re.MULTILINE)
     assert len(found) == 1, found
     kind, assigned, braced = found[0]
     return number(assigned or braced), UNITS.get(kind, "")
