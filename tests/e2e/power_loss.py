@@ -6,7 +6,8 @@ import signal
 
 KILLED = 128 + signal.SIGKILL
 AT_ONCE = 3
-CALLS = "/tmp/calls"
+# Where the program may write.
+CALLS = "/run/truststore-update-client/calls"
 # Every call is tried when asked for, else every eleventh: two records that are stored the same way meet different ones.
 DISTANCE = 1 if "TSUC_EVERY_POWER_LOSS" in os.environ else 11
 

@@ -43,17 +43,19 @@ class Running:
 
     stdout: the file that takes its standard output.
     may_lose_signal: ThreadSanitizer of clang 14 loses a signal that interrupts the very first wait of a thread.
+    pass_fds, how: for Popen.
     """
 
-    def __init__(self, bwrap, environment, stdout, may_lose_signal=False):
+    def __init__(self, bwrap, environment, stdout, may_lose_signal=False, pass_fds=(), **how):
         self._may_lose_signal = may_lose_signal
         self._sent = None
         self._stdout = pathlib.Path(stdout)
         reading, writing = os.pipe()
         with open(reading, encoding="ascii") as told, open(stdout, "wb") as output:
             try:
-                self._process = subprocess.Popen(bwrap("--info-fd", str(writing)), env=environment, pass_fds=[writing],
-                                                 stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.PIPE)
+                self._process = subprocess.Popen(bwrap("--info-fd", str(writing)), env=environment,
+                                                 pass_fds=[writing, *pass_fds], stdin=subprocess.DEVNULL,
+                                                 stdout=output, stderr=subprocess.PIPE, **how)
             finally:
                 os.close(writing)
             self.pid = json.load(told)["child-pid"]

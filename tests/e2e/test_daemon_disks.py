@@ -58,7 +58,7 @@ def test_on_a_full_disk_a_bundle_without_room_leaves_an_empty_store_that_is_know
     certificates = containers.certificates(SYSTEM_CERTIFICATES)
     updating.offer("TSC-NEW", bundles={"LARGE": certificates})
     on_full_disk = ("sh", "-c", full_disk.FILL + 'exec "$@"', "sh", f"/{STATE_DIR}", "/tmp/filled")
-    report, errors = update(updating, within=on_full_disk, options=full_disk.MOUNTING)
+    report, errors = update(updating, within=on_full_disk, options=full_disk.MOUNTING, is_confined=False)
     assert full_disk.NO_ROOM in (updating.unit.root / "tmp" / "filled").read_text()
     folder = updating.unit.root / STATE_DIR
     shutil.rmtree(folder)
@@ -111,6 +111,7 @@ def test_where_records_cannot_be_written_no_container_counts_as_installed(updati
 
 def test_a_marker_that_cannot_be_written_is_told_and_stops_nothing(updating):
     marker = updating.unit.root / MARKER_PATH
+    marker.unlink()
     marker.mkdir()
     report, errors = update(updating)
     assert report == ("STATUS_CODE_SUCCESS", "")

@@ -49,7 +49,7 @@ def fixture_installed(unit, pki, container):
 def install_on_full_disk(unit, folder, container):
     """Installs with the unit's `folder` on a full disk. Returns the log."""
     script = ("sh", "-c", ON_FULL_DISK, "sh", f"/{folder}", "/tmp/filled", "/tmp/after")
-    result = unit.install(container, within=script, options=full_disk.MOUNTING)
+    result = unit.install(container, within=script, options=full_disk.MOUNTING, is_confined=False)
     assert full_disk.NO_ROOM in (unit.root / "tmp" / "filled").read_text(), result.stderr
     shutil.rmtree(unit.root / folder)
     shutil.move(unit.root / "tmp" / "after", unit.root / folder)

@@ -1,7 +1,8 @@
 """A unit of its own for each test: the real daemon with its fixed paths, inside bwrap, touching nothing of the machine.
 
 Inside, /run, /tmp, /var/lib and /etc are folders of the test; the build folder is there (coverage data is written into
-it) and the rest of the machine is read only. Works as root or not, and any number at a time.
+it) and the rest of the machine is read only. The daemon has no more rights than the service's unit file gives it
+(confinement.py). Works as root or not, and any number at a time.
 """
 
 import contextlib
@@ -15,12 +16,14 @@ import stat
 import subprocess
 import urllib.parse
 
+import confinement
 from running import DEADLINE_S, Result, Running
 
 PROGRAM = "truststore-update-client"
 RUN_DIR = pathlib.PurePosixPath("run/csc/config/truststore-update-client")
 STATE_DIR = pathlib.PurePosixPath("var/lib/truststore-update-client")
 RECORD_KEYS = ("truststore-container-id", "truststore-timestamp")
+FOLDERS = ("run", "tmp", "etc", "var/lib")
 # What a program needs of /etc to load, to tell the time and to resolve names.
 ETC = ("group", "hosts", "ld.so.cache", "localtime", "nsswitch.conf", "passwd", "protocols", "services")
 
@@ -50,7 +53,7 @@ def sanitizers(build_dir):
 
 
 def _environment(further):
-    environment = {**os.environ, "TZ": "UTC", **(further or {})}
+    environment = {**os.environ, **confinement.environment(), **(further or {})}
     for name in ("TSUC_HOST_CONFIG", "NOTIFY_SOCKET", "JOURNAL_STREAM"):
         if name not in (further or {}):
             environment.pop(name, None)
@@ -68,8 +71,9 @@ class Unit:
         self.root = pathlib.Path(root)
         self.build_dir = pathlib.Path(build_dir)
         self._started = []
-        for folder in ("etc", "tmp", STATE_DIR / "trust-store" / "factory", STATE_DIR / "persistency", RUN_DIR):
+        for folder in ("etc", "tmp"):
             (self.root / folder).mkdir(parents=True)
+        confinement.boot(self.root)
         for name in ETC:
             source = pathlib.Path("/etc") / name
             if source.exists():
@@ -93,30 +97,49 @@ class Unit:
         return copied
 
     def command(self, *program, options=()):
-        """`program` inside the unit; `options` are further ones of bwrap."""
+        """`program` inside the unit, with all rights that there are; `options` are further ones of bwrap."""
         binds = []
-        for inside in ("run", "tmp", "etc", "var/lib"):
+        for inside in FOLDERS:
             binds += ["--bind", str(self.root / inside), f"/{inside}"]
         return ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc", *binds,
                 "--bind", str(self.build_dir), str(self.build_dir), "--die-with-parent", "--new-session",
                 "--chdir", "/", *options, *program]
 
-    def run(self, *arguments, program=PROGRAM, env=None, within=(), options=()):
+    @contextlib.contextmanager
+    def _started_as(self, program, is_confined, options):
+        """The beginning of a command for bwrap, and what else its process is to be started with: the daemon runs
+        confined, other programs do not."""
+        if program != PROGRAM or not is_confined:
+            yield self.command(options=options), {}
+            return
+        # Last: until then further folders can be mounted there.
+        read_only = [option for inside in FOLDERS for option in ("--remount-ro", f"/{inside}")]
+        start = self.command(options=[*confinement.folders(self.root), *options, *read_only, *confinement.rights()])
+        if sanitizers(self.build_dir):
+            # The runtime of a sanitizer makes calls of its own.
+            yield start, {"umask": confinement.umask()}
+            return
+        with confinement.filter_file() as file:
+            yield [*start, "--seccomp", str(file)], {"umask": confinement.umask(), "pass_fds": [file]}
+
+    def run(self, *arguments, program=PROGRAM, env=None, within=(), options=(), is_confined=True):
         """Runs the daemon, or another `program`, to its end, `within` a command that runs another. The unit's time zone
-        is UTC."""
-        command = self.command(*within, str(self.build_dir / "bin" / program), *arguments, options=options)
-        done = subprocess.run(command, env=_environment(env), stdin=subprocess.DEVNULL, capture_output=True, check=False,
-                              timeout=DEADLINE_S)
+        is UTC. is_confined: with no more rights than the service has; else with all."""
+        command = [*within, str(self.build_dir / "bin" / program), *arguments]
+        with self._started_as(program, is_confined, options) as (start, how):
+            done = subprocess.run([*start, *command], env=_environment(env), stdin=subprocess.DEVNULL,
+                                  capture_output=True, check=False, timeout=DEADLINE_S, **how)
+        assert done.returncode != confinement.KILLED, f"a system call that the service may not make: {done.stderr}"
         return Result(done.returncode, done.stdout.decode(), done.stderr.decode())
 
-    def start(self, program, *arguments, env=None, within=(), options=()):
+    def start(self, program, *arguments, env=None, within=(), options=(), is_confined=True):
         """Starts a program, `within` a command that becomes it in the end. It works until its Running or this unit is
-        closed."""
-        def bwrap(*further):
-            return self.command(*within, str(self.build_dir / "bin" / program), *arguments,
-                                options=(*options, *further))
+        closed. is_confined: as for run."""
+        command = [*within, str(self.build_dir / "bin" / program), *arguments]
         stdout = self.root / f"stdout-{len(self._started)}"
-        self._started.append(Running(bwrap, _environment(env), stdout, "thread" in sanitizers(self.build_dir)))
+        with self._started_as(program, is_confined, options) as (start, how):
+            self._started.append(Running(lambda *further: [*start, *further, *command], _environment(env), stdout,
+                                         "thread" in sanitizers(self.build_dir), **how))
         return self._started[-1]
 
     def close(self):
@@ -130,18 +153,19 @@ class Unit:
         return self.run("-f", "/tmp/container.tsc", *arguments, **how)
 
     def reboot(self):
-        """Empties what lives in memory, and makes the folder that the system makes at every start."""
+        """Empties what lives in memory, and makes what the system makes at every start."""
         for folder in ("run", "tmp"):
             shutil.rmtree(self.root / folder)
         (self.root / "tmp").mkdir()
-        (self.root / RUN_DIR).mkdir(parents=True)
+        confinement.boot(self.root)
 
     def empty(self):
         """Takes away whatever was installed, as if nothing ever had been."""
         shutil.rmtree(self.store_dir / "installed", ignore_errors=True)
         for folder in (STATE_DIR / "persistency", RUN_DIR):
-            shutil.rmtree(self.root / folder)
-            (self.root / folder).mkdir()
+            # The folders stay: a process at work has them mounted.
+            for path in (self.root / folder).iterdir():
+                path.unlink()
 
     def configure(self, text):
         """Writes the host platform's configuration."""
