@@ -48,21 +48,6 @@ def fixture_paste(build_dir, tmp_path):
     return run
 
 
-ACCEPTED = b"status 0 (STATUS_CODE_SUCCESS): a unit would install it\n"
-
-
-def test_a_signer_of_your_own_makes_a_container_that_a_unit_takes(paste):
-    told = paste(commands("tsc.md", "A signer of your own"))
-    assert told.startswith(b"container.tsc: container TSC-BENCH-1 of ")
-    assert b"KALVIRON Bench Signer" in told
-    assert told.endswith(ACCEPTED)
-
-
-def test_a_container_made_by_hand_is_one_that_a_unit_takes(paste):
-    paste(commands("tsc.md", "A signer of your own"))
-    assert paste(commands("container-format.md", "By hand")).endswith(ACCEPTED)
-
-
 @pytest.mark.parametrize("r, s", [(1, 2 ** 255), (2 ** 256 - 1, 0x0A), (2 ** 247, 2 ** 248 - 1)])
 def test_numbers_of_a_signature_by_hand_have_32_bytes_each(paste, tmp_path, r, s):
     (tmp_path / "any.der").write_bytes(encode_dss_signature(r, s))
@@ -221,7 +206,7 @@ def test_unit_against_the_bench_does_what_the_page_tells(machine):
 
 
 def test_container_from_a_file_is_installed_and_undone_as_the_readme_tells(machine, paste):
-    _, install, undo = blocks("../README.md", "Try it by hand")
+    _, _, install, undo = blocks("../README.md", "Try it by hand")
     paste(f"cd {machine.folder}\n" + commands("tsc.md", "A signer of your own") + "cp root.pem ZORA.pem")
     result = machine.run(install)
     assert "info: Send Update Status to the Device Platform: STATUS_CODE_SUCCESS" in result.log()
