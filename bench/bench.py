@@ -32,12 +32,14 @@ bench runs in {directory}
   container      {container}
 tell it more:    {program} tell {directory} --help
 """
+# As it was called: bench.py, or tsuc-bench where it is installed.
+PROGRAM = pathlib.Path(sys.argv[0]).name
 PARENT_ENDED = "the process that started it has ended"
 
 
 def make_parser():
     parser = argparse.ArgumentParser(
-        prog="bench.py", description="A backend in a box: certificates, OCSP responders, broker and HTTP(S) backend on "
+        prog=PROGRAM, description="A backend in a box: certificates, OCSP responders, broker and HTTP(S) backend on "
         "loopback, which can misbehave.")
     subcommands = parser.add_subparsers(dest="action", required=True, metavar="COMMAND")
     add_run(subcommands)
@@ -178,7 +180,7 @@ def main():
         print_answer(control.tell(options.directory, told), options.json)
         return 0
     except BenchError as error:
-        print(f"bench.py: {error}", file=sys.stderr)
+        print(f"{PROGRAM}: {error}", file=sys.stderr)
         return 1
 
 

@@ -5,6 +5,8 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+# Programs find their libraries from where they are themselves: a build is the same in any folder.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 set(TSUC_SANITIZE "" CACHE STRING "Value of -fsanitize= for every target; empty for none")
 option(TSUC_FUZZ "Build the fuzz targets with libFuzzer (clang)" OFF)
@@ -46,6 +48,8 @@ if(TSUC_COVERAGE)
 endif()
 
 if(TSUC_HARDEN)
+  # No name of a folder of the machine that builds, in no message and no debug information.
+  target_compile_options(tsuc_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
   target_compile_definitions(tsuc_options INTERFACE _FORTIFY_SOURCE=3 _GLIBCXX_ASSERTIONS)
   target_compile_options(tsuc_options INTERFACE
     -fstack-protector-strong -fstack-clash-protection
