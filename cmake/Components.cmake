@@ -28,8 +28,8 @@ endfunction()
 
 # tsuc_test(NAME [TESTS Stem...] [SOURCES file...] [PARTS filter...] LINK target...): a GoogleTest program of
 # Stem_test.cpp and further files, each of its tests known to ctest and run in a process of its own; with PARTS, what each
-# of these filters names in one process. Under sanitizers ctest knows a program without PARTS as a whole: to start one
-# takes longer than most tests. Tests that read the test certificates find them through TSUC_TEST_PKI, made once before
+# of these filters names in one process. Under sanitizers and in an emulator ctest knows a program without PARTS as a whole:
+# to start one takes longer than most tests. Tests that read the test certificates find them through TSUC_TEST_PKI, made once before
 # the first of them (tests/pki).
 function(tsuc_test name)
   cmake_parse_arguments(arg "" "" "TESTS;SOURCES;PARTS;LINK" ${ARGN})
@@ -39,7 +39,7 @@ function(tsuc_test name)
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gmock_main tsuc_options)
   set(environment "TSUC_TEST_PKI=${PROJECT_BINARY_DIR}/test-pki")
   tsuc_compile_quickly(${name})
-  if(TSUC_SANITIZE AND NOT arg_PARTS)
+  if((TSUC_SANITIZE OR CMAKE_CROSSCOMPILING) AND NOT arg_PARTS)
     set(arg_PARTS "*")
   endif()
   foreach(part IN LISTS arg_PARTS)
@@ -84,8 +84,12 @@ function(tsuc_program name)
 endfunction()
 
 # tsuc_pytest(NAME [TIMEOUT seconds] [WORKERS count]): the Python tests of this folder as one test of ctest with the label
-# NAME, on the programs of this build; so many at a time, more than two where most of them wait.
+# NAME, on the programs of this build; so many at a time, more than two where most of them wait. They start programs as
+# this machine's: a cross build has none of them.
 function(tsuc_pytest name)
+  if(CMAKE_CROSSCOMPILING)
+    return()
+  endif()
   cmake_parse_arguments(arg "" "TIMEOUT;WORKERS" "" ${ARGN})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
