@@ -60,11 +60,32 @@ apt install -y --download-only "${packages[@]}" || fail "cannot fetch the arm64 
 mapfile -t archives < <(apt install --simulate "${packages[@]}" |
   sed -nE '/^Inst /{s/^Inst ([^ ]+) \(([^ ]+) .*\[([a-z0-9]+)\]\).*/\1_\2_\3.deb/; s/:/%3a/g; p}')
 
+# What dpkg would know of an installed package, so that dpkg-shlibdeps finds out which package a library is of: with the
+# paths as they are seen from outside.
+record() { # ARCHIVE
+  local name file
+  name="$(dpkg-deb --field "$1" Package)"
+  [[ "$(dpkg-deb --field "$1" Multi-Arch)" != same ]] || name+=":arm64"
+  dpkg-deb --fsys-tarfile "$1" | tar --list | sed -nE "s,^\./(.*[^/])\$,$sysroot/\1,p" >"$database/info/$name.list"
+  rm -rf "$new.control"
+  dpkg-deb --control "$1" "$new.control"
+  for file in shlibs symbols; do
+    [[ ! -f "$new.control/$file" ]] || cp "$new.control/$file" "$database/info/$name.$file"
+  done
+  sed '/^Package:/a Status: install ok installed' "$new.control/control" >>"$database/status"
+  echo >>"$database/status"
+}
+
 rm -rf "$new"
-mkdir -p "$new/var/lib/dpkg/info"
+database="$new/var/lib/dpkg"
+mkdir -p "$database/info" "$database/updates"
+echo 1 >"$database/info/format"
+printf '%s\narm64\n' "$(dpkg --print-architecture)" >"$database/arch"
 for archive in "${archives[@]}"; do
   dpkg-deb --extract "$state/archives/$archive" "$new" || fail "cannot unpack $archive"
+  record "$state/archives/$archive"
 done
+rm -rf "$new.control"
 # Absolute links lead out of the folder.
 while IFS= read -r -d '' link; do
   ln -sfnr "$new$(readlink "$link")" "$link"

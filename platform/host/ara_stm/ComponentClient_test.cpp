@@ -91,7 +91,7 @@ TEST_F(ComponentClientTest, End_WaitingRequestRefusedAndNothingLeft) {
   EXPECT_EQ(ControlPeer(socket).ConnectError(), ENOENT);
   peer.Close();
   // The system lists a thread that has been joined for a moment more.
-  EXPECT_TRUE(tests::Eventually([&] { return tests::RunningThreads() == threads; }));
+  EXPECT_TRUE(tests::Eventually([&] { return tests::ThreadsSince(threads).empty(); }));
   EXPECT_EQ(tests::OpenDescriptors(), descriptors);
 }
 

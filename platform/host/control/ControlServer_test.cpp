@@ -123,7 +123,7 @@ TEST_F(ControlServerTest, End_NothingLeftButTheLockFile) {
   const auto threads = tests::RunningThreads();
   MustStart().reset();
   EXPECT_EQ(tests::OpenDescriptors(), descriptors);
-  EXPECT_TRUE(tests::Eventually([&] { return tests::RunningThreads() == threads; }));
+  EXPECT_TRUE(tests::Eventually([&] { return tests::ThreadsSince(threads).empty(); }));
   EXPECT_THAT(tests::NamesIn(directory.Path() + "/run/unit"), ElementsAre("control.sock.lock"));
 }
 
