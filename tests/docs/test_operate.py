@@ -5,11 +5,39 @@ import subprocess
 
 import pytest
 
-from pages import SOURCE, blocks_of, text_of
+from pages import SOURCE, bare_system, blocks_of, text_of
 
 PAGE = "docs/operate.md"
 ENUMS = SOURCE / "src" / "TruststoreUpdateClient" / "UpdateEnums.h"
 LITERAL = r'"(?:[^"\\\n]|\\.)*"'
+
+
+# What stands in for the packages and the service manager here; tests/packages has both as they are.
+STAND_INS = {
+    "apt": """#!/bin/bash -e
+[[ "$1" == install ]] || exit 0
+mkdir -p /etc/truststore-update-client /run/csc/config/truststore-update-client \\
+    /var/lib/truststore-update-client/trust-store/factory
+""",
+    "systemctl": """#!/bin/bash -e
+[[ "$2" == truststore-update-client ]]
+if [[ "$1" != start && -e /run/unit.pid ]]; then
+  kill "$(cat /run/unit.pid)"
+  tail --pid="$(cat /run/unit.pid)" --follow /dev/null
+  rm /run/unit.pid
+fi
+[[ "$1" != stop ]] || exit 0
+TZ=UTC setsid truststore-update-client > /run/unit.log 2>&1 &
+echo $! > /run/unit.pid
+""",
+    "runuser": """#!/bin/bash -e
+while [[ "$1" != -- ]]; do shift; done
+exec "${@:2}"
+""",
+    "tsuc-bench": f"""#!/bin/bash -e
+exec {SOURCE}/bench/bench.py "$@"
+""",
+}
 
 
 def section(title):
@@ -96,3 +124,9 @@ def test_configuration_of_the_page_is_taken(build_dir, tmp_path):
     socket = f'[control]\nsocket = "{tmp_path}/none.sock"\n\n'
     assert told_of(socket + block.text).returncode == 1
     assert told_of(socket + block.text.replace("client_id", "client_di")).returncode == 2
+
+
+def test_commands_for_a_bare_system_do_what_the_page_says(sandbox):
+    done = sandbox(bare_system(PAGE), STAND_INS)
+    assert done.stdout == "done\n", done.stdout + done.stderr[-4000:]
+    assert "Send Update Status to the Device Platform: STATUS_CODE_SUCCESS" in done.stderr
