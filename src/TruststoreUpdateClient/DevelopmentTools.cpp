@@ -158,9 +158,11 @@ bool DevelopmentTools::ModifyConfigFile(const std::string& key, const std::strin
   for (std::string_view rest = text; !rest.empty();) {
     const std::string_view line = TakeLine(rest);
     if (!IsLineOfKey(line, key)) continue;
-    text.replace(static_cast<std::size_t>(line.data() - text.data()), line.size(),
-                 key + " = " + value);
-    const int error = support::ReplaceFile(file, text, ModeOf(file));
+    const std::string wanted = key + " = " + value;
+    // Where the line stands already the file need not be one that this user may write.
+    const bool stands = line == wanted;
+    text.replace(static_cast<std::size_t>(line.data() - text.data()), line.size(), wanted);
+    const int error = stands ? 0 : support::ReplaceFile(file, text, ModeOf(file));
     if (error != 0) {
       PrintRed("Option '" + key + "' could not be written: " + support::ErrorText(error));
       return false;

@@ -327,6 +327,17 @@ TEST_F(DevelopmentToolsFile, ModifyFileThatCannotBeReplaced_ReportedAndUnchanged
   EXPECT_EQ(ReadText(longName), "a = 1\n");
 }
 
+TEST_F(DevelopmentToolsFile, ModifyLineThatStandsAlready_ReportedAndFileNotReplaced) {
+  WriteText(file, "a = 1\nb = 2\n");
+  struct stat before {};
+  ASSERT_EQ(::stat(file.c_str(), &before), 0);
+  EXPECT_TRUE(WithoutFile().ModifyConfigFile("a", "1", file));
+  struct stat after {};
+  ASSERT_EQ(::stat(file.c_str(), &after), 0);
+  EXPECT_EQ(after.st_ino, before.st_ino);
+  EXPECT_EQ(output.Text(), Green("Option 'a' value changed to '1'"));
+}
+
 TEST_F(DevelopmentToolsFile, ModifyConfigFile_PermissionsKeptAndNothingLeftBeside) {
   WriteText(file, "a = 1\n");
   ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
