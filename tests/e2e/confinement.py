@@ -127,16 +127,21 @@ def _another_user():
     return options if works else []
 
 
-def boot(root):
-    """Makes in `root` what systemd-tmpfiles makes when the machine starts, all of it owned by whoever calls."""
+def boot(root, user=None):
+    """Makes in `root` what systemd-tmpfiles makes when the machine starts: all of it owned by whoever calls, or by root
+    and the daemon's `user`, whom only root can give something."""
     for line in TMPFILES.read_text().splitlines():
-        kind, path, mode, *rest = [*line.split(maxsplit=6), "", "", "", ""][:7]
+        if not line.startswith(("d ", "f ")):
+            continue
+        kind, path, mode, owner, group, _, *text = line.split(maxsplit=6)
         inside = pathlib.Path(root) / path.lstrip("/")
         if kind == "d":
             inside.mkdir(parents=True, exist_ok=True)
-        elif kind == "f" and not inside.exists():
-            inside.write_text(rest[3])
-            inside.chmod(int(mode, 8))
+        elif not inside.exists():
+            inside.write_text(*text)
+        if user is not None:
+            os.chown(inside, *(0 if name == "root" else user for name in (owner, group)))
+        inside.chmod(int(mode, 8))
 
 
 def folders(root):

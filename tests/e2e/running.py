@@ -135,7 +135,7 @@ class Running:
         return self.wait()
 
     def close(self):
-        """Leaves nothing of it, whatever it does."""
+        """Leaves nothing of it, whatever it does. Returns its exit code."""
         if self._process.poll() is None:
             # What bwrap has only begun to start does not end with bwrap.
             self.send_signal(signal.SIGKILL)
@@ -143,3 +143,4 @@ class Running:
         self._process.wait()
         self._reader.join(DEADLINE_S)
         self._process.stderr.close()
+        return self._process.returncode

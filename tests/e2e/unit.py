@@ -144,8 +144,8 @@ class Unit:
 
     def close(self):
         """Ends what was started and still runs."""
-        for each in self._started:
-            each.close()
+        codes = [each.close() for each in self._started]
+        assert confinement.KILLED not in codes, "a system call that the service may not make"
 
     def install(self, container, *arguments, **how):
         """Gives the daemon a container's text with -f; `how` is for run."""
