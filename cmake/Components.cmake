@@ -49,7 +49,6 @@ function(tsuc_test name)
   add_executable(${name} ${arg_TESTS} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gmock_main tsuc_options)
-  set(environment "TSUC_TEST_PKI=${PROJECT_BINARY_DIR}/test-pki")
   tsuc_compile_quickly(${name})
   if((TSUC_SANITIZE OR CMAKE_CROSSCOMPILING) AND NOT arg_PARTS)
     set(arg_PARTS "*")
@@ -60,7 +59,7 @@ function(tsuc_test name)
     string(REGEX REPLACE "_$" "" suffix "${suffix}")
     add_test(NAME ${name}${suffix} COMMAND ${name} --gtest_brief=1 "--gtest_filter=${part}${TSUC_SKIPPED}")
     set_tests_properties(${name}${suffix} PROPERTIES
-      TIMEOUT ${TSUC_PROGRAM_TIMEOUT} FIXTURES_REQUIRED test_pki ENVIRONMENT "${environment}")
+      TIMEOUT ${TSUC_PROGRAM_TIMEOUT} FIXTURES_REQUIRED test_pki ENVIRONMENT "${TSUC_TEST_ENVIRONMENT}")
   endforeach()
   if(arg_PARTS)
     return()
@@ -68,8 +67,16 @@ function(tsuc_test name)
   include(GoogleTest)
   gtest_discover_tests(${name}
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT 120 FIXTURES_REQUIRED test_pki ENVIRONMENT "${environment}")
+    PROPERTIES TIMEOUT 120 FIXTURES_REQUIRED test_pki ENVIRONMENT "${TSUC_TEST_ENVIRONMENT}")
 endfunction()
+
+# What every test has in its environment, in TSUC_TEST_ENVIRONMENT. ThreadSanitizer is told what to overlook by a copy in
+# the build folder, which the sandboxes of whole units see.
+set(TSUC_TEST_ENVIRONMENT "TSUC_TEST_PKI=${PROJECT_BINARY_DIR}/test-pki")
+if(TSUC_SANITIZE MATCHES "thread")
+  configure_file(${PROJECT_SOURCE_DIR}/tests/tsan-suppressions.txt ${PROJECT_BINARY_DIR}/tsan-suppressions.txt COPYONLY)
+  list(APPEND TSUC_TEST_ENVIRONMENT "TSAN_OPTIONS=suppressions=${PROJECT_BINARY_DIR}/tsan-suppressions.txt")
+endif()
 
 # tsuc_compile_quickly(TEST): the tests' own code need not be quick, and what every test includes is read once. It takes
 # two thirds off their build. (_FORTIFY_SOURCE wants optimised code.)
@@ -114,5 +121,5 @@ function(tsuc_pytest name)
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(pytest_${name} PROPERTIES
     TIMEOUT ${arg_TIMEOUT} FIXTURES_REQUIRED test_pki LABELS ${name}
-    ENVIRONMENT "PYTHONDONTWRITEBYTECODE=1;TSUC_BUILD_DIR=${PROJECT_BINARY_DIR};TSUC_TEST_PKI=${PROJECT_BINARY_DIR}/test-pki")
+    ENVIRONMENT "PYTHONDONTWRITEBYTECODE=1;TSUC_BUILD_DIR=${PROJECT_BINARY_DIR};${TSUC_TEST_ENVIRONMENT}")
 endfunction()

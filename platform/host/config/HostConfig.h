@@ -65,6 +65,7 @@ struct HostConfig {
 
   LogLevel logLevel = LogLevel::kInfo;
   bool logToStandardError = true;
+  bool logToDlt = false;
   std::vector<std::string> logFiles;  ///< absolute paths
   std::string trustStoreDirectory = "/var/lib/truststore-update-client/trust-store";  ///< absolute
   std::string persistencyDirectory = "/var/lib/truststore-update-client/persistency";

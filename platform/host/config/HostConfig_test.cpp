@@ -33,6 +33,7 @@ TEST(HostConfigParse, EmptyText_Defaults) {
   const HostConfig config = MustParse("");
   EXPECT_EQ(config.logLevel, LogLevel::kInfo);
   EXPECT_TRUE(config.logToStandardError);
+  EXPECT_FALSE(config.logToDlt);
   EXPECT_THAT(config.logFiles, IsEmpty());
   EXPECT_EQ(config.trustStoreDirectory, "/var/lib/truststore-update-client/trust-store");
   EXPECT_EQ(config.persistencyDirectory, "/var/lib/truststore-update-client/persistency");
@@ -51,6 +52,13 @@ TEST(HostConfigParse, SinksWithoutStandardError_FilesOnly) {
   const HostConfig config = MustParse("[logging]\nsinks = [\"file:/var/log/a\", \"file:/b c\"]\n");
   EXPECT_FALSE(config.logToStandardError);
   EXPECT_THAT(config.logFiles, ElementsAre("/var/log/a", "/b c"));
+}
+
+TEST(HostConfigParse, Dlt_OnlyThere) {
+  const HostConfig config = MustParse("[logging]\nsinks = [\"dlt\"]\n");
+  EXPECT_TRUE(config.logToDlt);
+  EXPECT_FALSE(config.logToStandardError);
+  EXPECT_THAT(config.logFiles, IsEmpty());
 }
 
 TEST(HostConfigParse, SinksWithStandardError_Both) {
@@ -116,14 +124,15 @@ TEST(HostConfigParse, UnknownKeyOrWrongType_FileLineAndKeyNamed) {
 
 TEST(HostConfigParse, UnusableValue_FileLineAndKeyNamed) {
   const std::string sinks = "host.toml:2: logging.sinks: ";
-  const std::string form = sinks + "each must be \"stderr\" or \"file:\" and a path";
+  const std::string form = sinks + "each must be \"stderr\", \"dlt\", or \"file:\" and a path";
   const std::string path = "must be an absolute path";
   const std::vector<Refusal> cases = {
       {"[logging]\nlevel = \"INFO\"\n",
        "host.toml:2: logging.level: must be verbose, debug, info, warning or error"},
       {"[logging]\nsinks = [\"stdout\"]\n", form},
       {"[logging]\nsinks = [\"\"]\n", form},
-      {"[logging]\nsinks = [\"dlt\"]\n", sinks + "\"dlt\" is not built in"},
+      {"[logging]\nsinks = [\"DLT\"]\n", form},
+      {"[logging]\nsinks = [\"dlt:TU\"]\n", form},
       {"[logging]\nsinks = [\"stderr\", \"file:log\"]\n", sinks + path},
       {"[logging]\nsinks = [\"file:\"]\n", sinks + path},
       {"[trust_store]\ndirectory = \"store\"\n", "host.toml:2: trust_store.directory: " + path},

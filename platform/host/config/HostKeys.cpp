@@ -26,9 +26,12 @@ Refusal TakeSink(Text sink, HostConfig& config) {
     config.logToStandardError = true;
     return std::nullopt;
   }
-  if (sink == "dlt") return "\"dlt\" is not built in";
+  if (sink == "dlt") {
+    config.logToDlt = true;
+    return std::nullopt;
+  }
   if (sink.compare(0, kFile.size(), kFile) != 0) {
-    return "each must be \"stderr\" or \"file:\" and a path";
+    return "each must be \"stderr\", \"dlt\", or \"file:\" and a path";
   }
   config.logFiles.emplace_back();
   return TakePath(std::string_view(sink).substr(kFile.size()), config.logFiles.back());

@@ -8,6 +8,7 @@
 #include "platform/host/config/HostConfig.h"
 #include "platform/host/csc_logging/BearerTokens.h"
 #include "platform/host/csc_logging/DescriptorSink.h"
+#include "platform/host/csc_logging/DltSink.h"
 #include "platform/host/csc_logging/LogSinks.h"
 #include "support/Mutex.h"
 
@@ -95,6 +96,12 @@ LogSinkList OpenSinks(const HostConfig& config, const std::string& application,
     } else {
       failures.push_back(Error::OfErrno(errno).WithContext("cannot open log file " + path));
     }
+  }
+  if (!config.logToDlt) return sinks;
+  if (auto sink = OpenDltSink(application, config.logLevel)) {
+    sinks.push_back(std::move(sink));
+  } else {
+    failures.push_back(Error("cannot log to DLT: libdlt cannot make its pipe"));
   }
   return sinks;
 }

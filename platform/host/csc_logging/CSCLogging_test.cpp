@@ -120,13 +120,14 @@ TEST_F(Logging, LowestLevel_EveryLine) {
 }
 
 TEST_F(Logging, BrokenConfiguration_StandardErrorAndOneErrorLine) {
-  Configure("[logging]\nlevel = \"debug\"\nsinks = [\"dlt\"]\n");
+  Configure("[logging]\nlevel = \"debug\"\nsinks = [\"stdout\"]\n");
   const std::string output = ErrorOutputOf([] {
     CSCLogging::InitLogging("TU");
     CSCLogging::LogDebug("unseen");
   });
   EXPECT_THAT(output, MatchesRegex(std::string(kTime) + "error TU libaralog: " + configPath +
-                                   ":3: logging.sinks: \"dlt\" is not built in\n"));
+                                   ":3: logging.sinks: each must be \"stderr\", \"dlt\", "
+                                   "or \"file:\" and a path\n"));
 }
 
 TEST_F(Logging, FileCannotBeOpened_OthersGoOnAndTell) {
@@ -147,6 +148,17 @@ TEST_F(Logging, NoSinkLeft_StandardErrorTells) {
   EXPECT_THAT(output,
               MatchesRegex(std::string(kTime) + "error TU libaralog: cannot open log file " +
                            missing + ": No such file or directory\n"));
+}
+
+TEST_F(Logging, DltCannotBegin_OthersGoOnAndTell) {
+  ::setenv("DLT_PIPE_DIR", (directory.Path() + "/missing").c_str(), 1);
+  Configure("[logging]\nsinks = [\"dlt\", \"file:" + logPath + "\"]\n");
+  const std::string output = ErrorOutputOf([] { CSCLogging::InitLogging("TU"); });
+  ::unsetenv("DLT_PIPE_DIR");
+  EXPECT_EQ(output, "");
+  EXPECT_THAT(LogFile(), MatchesRegex(std::string(kTime) +
+                                      "error TU libaralog: cannot log to DLT: libdlt cannot make "
+                                      "its pipe\n"));
 }
 
 TEST_F(Logging, EmptySinkList_StandardError) {

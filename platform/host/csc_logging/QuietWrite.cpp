@@ -1,7 +1,6 @@
 #include "platform/host/csc_logging/QuietWrite.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +13,13 @@ bool IsPending(int signal) {
   return ::sigpending(&pending) == 0 && ::sigismember(&pending, signal) == 1;
 }
 
+sigset_t BrokenPipe() {
+  sigset_t brokenPipe;
+  ::sigemptyset(&brokenPipe);
+  ::sigaddset(&brokenPipe, SIGPIPE);
+  return brokenPipe;
+}
+
 // The signal of a failed write waits for this very thread, so there is nothing to wait for.
 void TakeBack(const sigset_t& signals) {
   constexpr timespec kNoWait{};
@@ -24,10 +30,8 @@ void TakeBack(const sigset_t& signals) {
 }  // namespace
 
 std::ptrdiff_t QuietWrite(int descriptor, std::string_view bytes) noexcept {
-  sigset_t brokenPipe;
+  const sigset_t brokenPipe = BrokenPipe();
   sigset_t former;
-  ::sigemptyset(&brokenPipe);
-  ::sigaddset(&brokenPipe, SIGPIPE);
   ::pthread_sigmask(SIG_BLOCK, &brokenPipe, &former);
   // One that waits already is somebody else's; a second one would be the same.
   const bool waitedBefore = IsPending(SIGPIPE);
@@ -37,6 +41,19 @@ std::ptrdiff_t QuietWrite(int descriptor, std::string_view bytes) noexcept {
   ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
   errno = error;
   return count;
+}
+
+BrokenPipeShield::BrokenPipeShield() noexcept {
+  const sigset_t brokenPipe = BrokenPipe();
+  ::pthread_sigmask(SIG_BLOCK, &brokenPipe, &former);
+  waitedBefore = IsPending(SIGPIPE);
+}
+
+BrokenPipeShield::~BrokenPipeShield() {
+  const int error = errno;
+  if (!waitedBefore) TakeBack(BrokenPipe());
+  ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
+  errno = error;
 }
 
 }  // namespace platform_host

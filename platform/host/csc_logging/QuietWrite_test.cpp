@@ -104,6 +104,36 @@ TEST_F(BrokenPipe, SignalThatWaitsAlready_StaysWaiting) {
   EXPECT_EQ(gSignals, 1);
 }
 
+TEST_F(BrokenPipe, BehindShield_NoSignalAndErrnoKept) {
+  Break();
+  {
+    const BrokenPipeShield shield;
+    EXPECT_EQ(::write(writeEnd.Get(), "text", 4), -1);
+  }
+  EXPECT_EQ(errno, EPIPE);
+  EXPECT_EQ(gSignals, 0);
+  EXPECT_FALSE(IsBlocked(SIGPIPE));
+  EXPECT_FALSE(IsPending(SIGPIPE));
+}
+
+TEST_F(BrokenPipe, WaitedBeforeShield_StaysWaiting) {
+  Break();
+  std::thread([&] {
+    sigset_t brokenPipe;
+    ::sigemptyset(&brokenPipe);
+    ::sigaddset(&brokenPipe, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
+    ::pthread_kill(::pthread_self(), SIGPIPE);
+    {
+      const BrokenPipeShield shield;
+      EXPECT_EQ(::write(writeEnd.Get(), "text", 4), -1);
+    }
+    EXPECT_TRUE(IsPending(SIGPIPE));
+    ::pthread_sigmask(SIG_UNBLOCK, &brokenPipe, nullptr);
+  }).join();
+  EXPECT_EQ(gSignals, 1);
+}
+
 TEST_F(BrokenPipe, ManyThreads_NoSignalAtAll) {
   Break();
   std::vector<std::thread> threads;
