@@ -48,8 +48,8 @@ if(TSUC_COVERAGE)
 endif()
 
 if(TSUC_HARDEN)
-  # No name of a folder of the machine that builds, in no message and no debug information.
-  target_compile_options(tsuc_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+  # The same sources make the same programs: no name of a folder of the machine that builds, and no time of building.
+  target_compile_options(tsuc_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -Wdate-time)
   target_compile_definitions(tsuc_options INTERFACE _FORTIFY_SOURCE=3 _GLIBCXX_ASSERTIONS)
   target_compile_options(tsuc_options INTERFACE
     -fstack-protector-strong -fstack-clash-protection

@@ -2,7 +2,7 @@
 # gives each file the time of the changelog's last entry.
 cmake_policy(SET CMP0012 NEW)
 if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
-  message(FATAL_ERROR "SOURCE_DATE_EPOCH is not set: script/package sets it")
+  message(FATAL_ERROR "SOURCE_DATE_EPOCH is not set: packaging/make-packages sets it")
 endif()
 # What objcopy and strip leave of compilers' names and notes is of no use to a unit.
 file(GLOB programs ${CPACK_TEMPORARY_DIRECTORY}/*/usr/sbin/* ${CPACK_TEMPORARY_DIRECTORY}/*/usr/bin/ts*
@@ -17,9 +17,9 @@ execute_process(
   COMMAND ${CPACK_TSUC_SOURCE_DIR}/packaging/sbom.py
     --stage ${CPACK_TEMPORARY_DIRECTORY} --version ${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}
     --architecture ${CPACK_TSUC_ARCHITECTURE} --compiler ${CPACK_TSUC_COMPILER}
-    --output ${CPACK_TSUC_BINARY_DIR}/packages/truststore-update-client.spdx.json
+    --output ${CPACK_PACKAGE_DIRECTORY}/truststore-update-client.spdx.json
   COMMAND_ERROR_IS_FATAL ANY)
-file(COPY ${CPACK_TSUC_BINARY_DIR}/packages/truststore-update-client.spdx.json
+file(COPY ${CPACK_PACKAGE_DIRECTORY}/truststore-update-client.spdx.json
      DESTINATION ${CPACK_TEMPORARY_DIRECTORY}/daemon/usr/share/doc/truststore-update-client)
 execute_process(
   COMMAND find ${CPACK_TEMPORARY_DIRECTORY} -exec touch --no-dereference --date=@$ENV{SOURCE_DATE_EPOCH} {} +

@@ -20,7 +20,7 @@ OWNERS = "Organization: the maintainers of truststore-update-client"
 PACKAGES = {"daemon": NAME, "tools": f"{NAME}-tools", "bench": f"{NAME}-bench"}
 # Libraries that are headers only and end up inside our programs; nothing at run time tells of them.
 COMPILED_IN = {
-    "daemon": ["libjsmn-dev", "libtomlplusplus-dev", "nlohmann-json3-dev"],
+    "daemon": ["libjsmn-dev", "nlohmann-json3-dev"],
     "tools": ["libjsmn-dev", "nlohmann-json3-dev", "libcli11-dev"],
     "bench": [],
 }
@@ -80,7 +80,7 @@ def debian_field(package, field):
 @functools.cache
 def owner(path):
     """The Debian package of a file, by the path that dpkg knows: with or without /usr, links followed or not."""
-    for candidate in (path, os.path.realpath(path), os.path.realpath(path).removeprefix("/usr")):
+    for candidate in (os.path.realpath(path), os.path.realpath(path).removeprefix("/usr"), path):
         done = subprocess.run(["dpkg-query", "--search", candidate], capture_output=True, text=True, check=False)
         if done.returncode == 0:
             return done.stdout.splitlines()[0].split(":")[0]
