@@ -82,12 +82,21 @@ def test_options_that_a_page_names_exist(page, help_of):
     assert [(words, unknown) for words in calls_of(page) if (unknown := unknown_options(words, help_of))] == []
 
 
-@pytest.mark.parametrize("command", ["create", "verify"])
-def test_table_of_a_command_has_its_options(command, help_of):
-    section = re.search(rf"^## tsc {command}\n(.*?)(?=^## )", text_of("docs/tsc.md"), re.DOTALL | re.MULTILINE)[1]
-    named = {option for row in re.findall(r"^\| (`-.*?) \|", section, re.MULTILINE) for option in OPTION.findall(row)}
+def options_of_table(page, pattern):
+    """The options in the first column of the table after `pattern`."""
+    table = re.search(rf"{pattern}.*?\n((?:\|[^\n]*\n)+)", text_of(page), re.DOTALL)[1]
+    return {option for row in re.findall(r"^\| (`-.*?) \|", table, re.MULTILINE) for option in OPTION.findall(row)}
+
+
+@pytest.mark.parametrize("page, pattern, command", [
+    ("docs/tsc.md", "## tsc create\n", ("tsc", "create")),
+    ("docs/tsc.md", "## tsc verify\n", ("tsc", "verify")),
+    ("docs/bench.md", r"\| option of `run` \|", ("bench", "run")),
+    ("docs/bench.md", r"\| option of `alert` \|", ("bench", "tell", "DIR", "alert"))], ids=str)
+def test_table_has_the_options_of_its_command(page, pattern, command, help_of):
+    named = options_of_table(page, pattern)
+    lines = re.findall(r"^  +(-.*?)(?:  |$)", help_of(*command), re.MULTILINE)
     # Of an option's names the page needs one.
-    lines = re.findall(r"^  +(-.*?)(?:  |$)", help_of("tsc", command), re.MULTILINE)
     offered = [set(OPTION.findall(line)) for line in lines]
     assert named - set().union(*offered) == set()
     assert [names for names in offered if not names & (named | {"--json", "--help"})] == []

@@ -206,7 +206,7 @@ def test_unit_against_the_bench_does_what_the_page_tells(machine):
 
 
 def test_container_from_a_file_is_installed_and_undone_as_the_readme_tells(machine, paste):
-    _, _, install, undo = blocks("../README.md", "Try it by hand")
+    _, _, install, undo = blocks("../README.md", "Try it by hand, without installing")
     paste(f"cd {machine.folder}\n" + commands("tsc.md", "A signer of your own") + "cp root.pem ZORA.pem")
     result = machine.run(install)
     assert "info: Send Update Status to the Device Platform: STATUS_CODE_SUCCESS" in result.log()
