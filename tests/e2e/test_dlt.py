@@ -1,5 +1,7 @@
 """The log in DLT: a real DLT daemon in the unit, and a real tool that reads from it."""
 
+import pathlib
+import re
 import signal
 
 import pytest
@@ -8,6 +10,7 @@ import lifecycle
 from daemon import DAY, MOMENT, READY, REPORT_ENDED, SUBSCRIBED, process_status, threads
 from dlt import DltDaemon, Reader
 
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
 ONLY_DLT = 'sinks = ["dlt"]\n'
 DLT_AND_STDERR = 'sinks = ["dlt", "stderr"]\n'
 # Contexts of an update, by what stands in front of their lines.
@@ -127,3 +130,19 @@ def test_signals_are_the_clients_own(daemon):
     assert told[0] == told[1]
     assert len(blocked) == 2
     assert all(int(each, 16) >> signal.SIGTERM - 1 & 1 for each in blocked)
+
+
+def test_page_tells_every_context():
+    page = (SOURCE / "docs" / "host-platform.md").read_text()
+    rows = re.findall(r"^\| `([A-Z]{1,4})` \| (.*) \| (.*) \|$", page, re.MULTILINE)
+    told = [(context, description, " ".join(re.findall("`(.*?)`", names))) for context, description, names in rows]
+    header = (SOURCE / "platform" / "host" / "csc_logging" / "DltContexts.h").read_text()
+    assert told == re.findall(r'\{"(\w+)",\s*"(.*?)",\s*"(.*?)"\}', header)
+
+
+def test_every_name_that_a_sub_logger_is_given_has_a_context():
+    header = (SOURCE / "platform" / "host" / "csc_logging" / "DltContexts.h").read_text()
+    sources = [path.read_text() for layer in ("src", "platform/host") for path in (SOURCE / layer).rglob("*.cpp")]
+    names = {name for text in sources for name in re.findall(r'CSCSubLogger\b[^;]*?\("(\w+)"\)', text)}
+    assert names >= {"SignalHandler", "libhost_control"}
+    assert [name for name in names if not re.search(rf'[" ]{name}[" ]', header)] == []
