@@ -98,10 +98,10 @@ LogSinkList OpenSinks(const HostConfig& config, const std::string& application,
     }
   }
   if (!config.logToDlt) return sinks;
-  if (auto sink = OpenDltSink(application, config.logLevel)) {
-    sinks.push_back(std::move(sink));
+  if (auto sink = OpenDltSink(application, config.logLevel); sink.Ok()) {
+    sinks.push_back(std::move(sink).Take());
   } else {
-    failures.push_back(Error("cannot log to DLT: libdlt cannot make its pipe"));
+    failures.push_back(sink.Failure());
   }
   return sinks;
 }

@@ -156,9 +156,11 @@ TEST_F(Logging, DltCannotBegin_OthersGoOnAndTell) {
   const std::string output = ErrorOutputOf([] { CSCLogging::InitLogging("TU"); });
   ::unsetenv("DLT_PIPE_DIR");
   EXPECT_EQ(output, "");
-  EXPECT_THAT(LogFile(), MatchesRegex(std::string(kTime) +
-                                      "error TU libaralog: cannot log to DLT: libdlt cannot make "
-                                      "its pipe\n"));
+  EXPECT_THAT(
+      LogFile(),
+      MatchesRegex(std::string(kTime) +
+                   "error TU libaralog: cannot log to DLT: libdlt cannot make its pipe in " +
+                   directory.Path() + "/missing\n"));
 }
 
 TEST_F(Logging, EmptySinkList_StandardError) {

@@ -2,6 +2,7 @@
 
 #include <dlt/dlt_user.h>
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
@@ -12,6 +13,7 @@
 #include "platform/host/csc_logging/DltContexts.h"
 #include "platform/host/csc_logging/LineFormat.h"
 #include "platform/host/csc_logging/QuietWrite.h"
+#include "support/FileContents.h"
 #include "support/Mutex.h"
 #include "support/WorkerThread.h"
 
@@ -40,7 +42,7 @@ class KeptBrokenPipeAction {
   struct sigaction former {};
 };
 
-/// libdlt in use. Never destroyed, as lines may come until the process has ended.
+/// libdlt in use. One a process, never destroyed.
 class DltSink : public LogSink {
  public:
   explicit DltSink(const std::string& applicationId)
@@ -60,6 +62,10 @@ class DltSink : public LogSink {
                                    DltLevelOf(level), DLT_TRACE_STATUS_OFF);
     }
     isOpen = true;
+    // Registered behind libdlt's own, and so called before it.
+    static DltSink* begun = nullptr;
+    begun = this;
+    std::atexit([] { begun->End(); });
     return true;
   }
 
@@ -110,27 +116,50 @@ class DltSink : public LogSink {
   std::array<DltContext, kDltContexts.size()> contexts GUARDED_BY(mutex){};
 };
 
-std::shared_ptr<DltSink>& SinkOfProcess() {
-  static auto* const sink = new std::shared_ptr<DltSink>;
-  return *sink;
+/// Where libdlt looks for the DLT daemon's pipe.
+std::string PipeFolder() {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the client never changes its environment
+  const char* folder = std::getenv("DLT_PIPE_DIR");
+  return folder != nullptr ? folder : "/tmp";
 }
 
-std::shared_ptr<DltSink> BeginSink(const std::string& applicationId, LogLevel level) {
+/// Whether the kernel follows no other people's links in sticky folders (proc(5)).
+bool AreLinksProtected() {
+  std::string value;
+  return support::ReadFile("/proc/sys/fs/protected_symlinks", 16, value) == 0 &&
+         value.compare(0, 1, "0") != 0;
+}
+
+/// libdlt opens a pipe by its name, again and again: somebody's link in its place would lead to
+/// whatever file this process may write to.
+bool CanLinksBePlanted(const std::string& folder) {
+  struct stat status {};
+  if (::stat(folder.c_str(), &status) != 0 || (status.st_mode & S_IWOTH) == 0) return false;
+  return (status.st_mode & S_ISVTX) == 0 || !AreLinksProtected();
+}
+
+Result<std::shared_ptr<DltSink>> BeginSink(const std::string& applicationId, LogLevel level) {
+  const std::string folder = PipeFolder();
+  if (CanLinksBePlanted(folder)) return Error("anybody can plant a link in " + folder);
   auto sink = std::make_shared<DltSink>(applicationId);
-  return sink->Begin(applicationId, level) ? sink : nullptr;
+  if (!sink->Begin(applicationId, level)) return Error("libdlt cannot make its pipe in " + folder);
+  return sink;
+}
+
+/// libdlt's one user. Never destroyed, as lines may come until the process has ended.
+const Result<std::shared_ptr<DltSink>>& SinkOfProcess(const std::string& applicationId,
+                                                      LogLevel level) {
+  static const auto* const sink =
+      new Result<std::shared_ptr<DltSink>>(BeginSink(applicationId, level));
+  return *sink;
 }
 
 }  // namespace
 
-std::shared_ptr<LogSink> OpenDltSink(const std::string& applicationId, LogLevel level) {
-  static const bool isFirst = [&] {
-    SinkOfProcess() = BeginSink(applicationId, level);
-    // Behind libdlt's, which it registered meanwhile: so this one comes first.
-    if (SinkOfProcess()) std::atexit([] { SinkOfProcess()->End(); });
-    return true;
-  }();
-  static_cast<void>(isFirst);
-  return SinkOfProcess();
+Result<std::shared_ptr<LogSink>> OpenDltSink(const std::string& applicationId, LogLevel level) {
+  const auto& sink = SinkOfProcess(applicationId, level);
+  if (!sink.Ok()) return sink.Failure().WithContext("cannot log to DLT");
+  return std::shared_ptr<LogSink>(sink.Value());
 }
 
 }  // namespace platform_host

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/host/config/LogLevel.h"
+#include "platform/host/config/Result.h"
 #include "platform/host/csc_logging/LogSinks.h"
 
 namespace platform_host {
@@ -23,14 +24,16 @@ inline constexpr std::size_t kDltTextLimit = 1383;
 inline constexpr std::chrono::milliseconds kDltFarewell{100};
 
 /// The sink, which registers the application and every context at `level`. The first call of a
-/// process decides: later ones return the same sink. Null when libdlt cannot begin, as when the
-/// folder for its pipe cannot be made.
+/// process decides: later ones return the same. Fails when libdlt cannot begin, as when the folder
+/// for its pipe cannot be made, and where whoever plants a link in the folder of the DLT daemon's
+/// pipe could have libdlt write to another file: anybody may write there, and neither is the folder
+/// sticky nor does the kernel keep programs from following other people's links in such folders.
 ///
 /// Its Write never waits for the DLT daemon. While there is none, or it does not read, libdlt keeps
 /// what fits in its buffer. Lines after the process' exit handlers have begun go to standard error;
 /// what the buffer still holds then is lost unless the daemon takes it within kDltFarewell.
-[[nodiscard]] std::shared_ptr<LogSink> OpenDltSink(const std::string& applicationId,
-                                                   LogLevel level);
+[[nodiscard]] Result<std::shared_ptr<LogSink>> OpenDltSink(const std::string& applicationId,
+                                                           LogLevel level);
 
 }  // namespace platform_host
 

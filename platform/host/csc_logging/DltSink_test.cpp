@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -121,7 +122,7 @@ using DltSinkDeathTest = DltPipe;
 
 TEST_F(DltSinkDeathTest, LinesOfEachLevel_ApplicationContextAndLevel) {
   EXPECT_ENDS_IN_ORDER({
-    const auto sink = OpenDltSink("TU", LogLevel::kVerbose);
+    const auto sink = OpenDltSink("TU", LogLevel::kVerbose).Value();
     sink->Write(LogLevel::kVerbose, "StreamCommunicator");
     sink->Write(LogLevel::kDebug, "HSM: OCSP retries Enabled");
     sink->Write(LogLevel::kInfo, "Truststore Update Client Ready");
@@ -149,25 +150,28 @@ TEST_F(DltSinkDeathTest, Begin_RegistersEveryContextAtTheLevel) {
 
 TEST_F(DltSinkDeathTest, ControlCharactersAndBytesThatAreNoText_Escaped) {
   EXPECT_ENDS_IN_ORDER(OpenDltSink("TU", LogLevel::kInfo)
+                           .Value()
                            ->Write(LogLevel::kInfo, std::string_view("a\nb\0c\x1b\xffü", 9)));
   EXPECT_THAT(Lines(), ElementsAre(R"(4 TU MAIN a\x0ab\x00c\x1b\xffü)"));
 }
 
 TEST_F(DltSinkDeathTest, LongestText_Whole) {
-  EXPECT_ENDS_IN_ORDER(
-      OpenDltSink("TU", LogLevel::kInfo)->Write(LogLevel::kInfo, std::string(kDltTextLimit, 'x')));
+  EXPECT_ENDS_IN_ORDER(OpenDltSink("TU", LogLevel::kInfo)
+                           .Value()
+                           ->Write(LogLevel::kInfo, std::string(kDltTextLimit, 'x')));
   EXPECT_THAT(Lines(), ElementsAre("4 TU MAIN " + std::string(kDltTextLimit, 'x')));
 }
 
 TEST_F(DltSinkDeathTest, OneByteMore_CutAndMarked) {
   EXPECT_ENDS_IN_ORDER(OpenDltSink("TU", LogLevel::kInfo)
+                           .Value()
                            ->Write(LogLevel::kInfo, std::string(kDltTextLimit + 1, 'x')));
   EXPECT_THAT(Lines(), ElementsAre("4 TU MAIN " + std::string(kDltTextLimit - 6, 'x') + " [cut]"));
 }
 
 TEST_F(DltSinkDeathTest, LineWithToken_NotWritten) {
   EXPECT_ENDS_IN_ORDER({
-    ReplaceLogSinks({OpenDltSink("TU", LogLevel::kInfo)}, LogLevel::kInfo);
+    ReplaceLogSinks({OpenDltSink("TU", LogLevel::kInfo).Value()}, LogLevel::kInfo);
     csc_logging::CSCLogging::LogInfo("HttpConnection: Authorization: Bearer s3cr:t");
   });
   EXPECT_THAT(Lines(), ElementsAre("4 TU HTTP HttpConnection: Authorization: Bearer ***"));
@@ -175,15 +179,27 @@ TEST_F(DltSinkDeathTest, LineWithToken_NotWritten) {
 
 TEST_F(DltSinkDeathTest, SecondOpening_SameSink) {
   EXPECT_ENDS_IN_ORDER({
-    const auto sink = OpenDltSink("TU", LogLevel::kInfo);
-    if (OpenDltSink("OTHR", LogLevel::kError) != sink) std::abort();
+    const auto sink = OpenDltSink("TU", LogLevel::kInfo).Value();
+    if (OpenDltSink("OTHR", LogLevel::kError).Value() != sink) std::abort();
   });
   EXPECT_THAT(Messages(kContextKind), SizeIs(kDltContexts.size()));
 }
 
-TEST_F(DltSinkDeathTest, NoFolderForThePipe_Null) {
+TEST_F(DltSinkDeathTest, LinksCanBePlanted_Refused) {
+  ASSERT_EQ(::chmod(path.c_str(), 0777), 0);
+  EXPECT_EXIT(
+      {
+        std::cerr << OpenDltSink("TU", LogLevel::kInfo).Failure().Text();
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0),
+      "^cannot log to DLT: anybody can plant a link in " + path + "$");
+  EXPECT_FALSE(std::filesystem::exists(path + "/dltpipes"));
+}
+
+TEST_F(DltSinkDeathTest, NoFolderForThePipe_Refused) {
   std::filesystem::remove_all(path);
-  EXPECT_ENDS_IN_ORDER(if (OpenDltSink("TU", LogLevel::kInfo)) std::abort());
+  EXPECT_ENDS_IN_ORDER(if (OpenDltSink("TU", LogLevel::kInfo).Ok()) std::abort());
 }
 
 /// libdlt must leave as it was what SIGPIPE does, and whether it is blocked.
@@ -200,7 +216,7 @@ TEST_F(DltSinkDeathTest, DaemonEnds_NoSignalAndLinesGoOn) {
   EXPECT_ENDS_IN_ORDER({
     ::signal(SIGPIPE, SIG_DFL);
     daemon = support::UniqueFd(::open((path + "/dlt").c_str(), O_RDWR | O_NONBLOCK));
-    const auto sink = OpenDltSink("TU", LogLevel::kInfo);
+    const auto sink = OpenDltSink("TU", LogLevel::kInfo).Value();
     ExpectSignalsAsBefore();
     sink->Write(LogLevel::kInfo, "before");
     RemoveDaemon();
@@ -211,13 +227,13 @@ TEST_F(DltSinkDeathTest, DaemonEnds_NoSignalAndLinesGoOn) {
 
 TEST_F(DltSinkDeathTest, NoDaemon_EndsAllTheSame) {
   RemoveDaemon();
-  EXPECT_ENDS_IN_ORDER(OpenDltSink("TU", LogLevel::kInfo)->Write(LogLevel::kInfo, "lost"));
+  EXPECT_ENDS_IN_ORDER(OpenDltSink("TU", LogLevel::kInfo).Value()->Write(LogLevel::kInfo, "lost"));
   EXPECT_TRUE(std::filesystem::is_empty(path + "/dltpipes"));
 }
 
 TEST_F(DltSinkDeathTest, DaemonReadsNothing_EveryLineReturns) {
   EXPECT_ENDS_IN_ORDER({
-    const auto sink = OpenDltSink("TU", LogLevel::kInfo);
+    const auto sink = OpenDltSink("TU", LogLevel::kInfo).Value();
     for (int line = 0; line < 2000; ++line) sink->Write(LogLevel::kInfo, std::string(1000, 'x'));
   });
   EXPECT_THAT(Lines(), Contains("4 TU MAIN " + std::string(1000, 'x')));
@@ -225,7 +241,7 @@ TEST_F(DltSinkDeathTest, DaemonReadsNothing_EveryLineReturns) {
 
 TEST_F(DltSinkDeathTest, ManyThreads_EveryLineArrives) {
   EXPECT_ENDS_IN_ORDER({
-    const auto sink = OpenDltSink("TU", LogLevel::kInfo);
+    const auto sink = OpenDltSink("TU", LogLevel::kInfo).Value();
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
       threads.emplace_back([&] {
@@ -247,7 +263,7 @@ TEST_F(DltSinkDeathTest, LineBehindTheExitHandlers_StandardError) {
   EXPECT_EXIT(
       {
         static LogsWhenDestroyed last;
-        last.sink = OpenDltSink("TU", LogLevel::kInfo);
+        last.sink = OpenDltSink("TU", LogLevel::kInfo).Value();
         last.sink->Write(LogLevel::kInfo, "first");
         std::exit(0);
       },
@@ -257,7 +273,7 @@ TEST_F(DltSinkDeathTest, LineBehindTheExitHandlers_StandardError) {
 
 TEST_F(DltSinkDeathTest, Errno_Kept) {
   EXPECT_ENDS_IN_ORDER({
-    const auto sink = OpenDltSink("TU", LogLevel::kInfo);
+    const auto sink = OpenDltSink("TU", LogLevel::kInfo).Value();
     errno = ENOTTY;
     sink->Write(LogLevel::kInfo, "a");
     if (errno != ENOTTY) std::abort();
