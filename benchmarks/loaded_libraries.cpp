@@ -1,4 +1,5 @@
-// The floor of start_benchmark.py: a process with the daemon's shared libraries, which does nothing.
+// The floor of start_benchmark.py: a process with the daemon's shared libraries, which does
+// nothing.
 #include <unistd.h>
 
 int main() {
