@@ -16,6 +16,7 @@ import sys
 import time
 
 DEADLINE_S = 50
+SHELL = ["/usr/bin/bash", "-euo", "pipefail"]
 UNTIL = re.compile(r'.*\ba terminal of its own, until "(.+)"')
 FILE = re.compile(r'a text in "(.+)"')
 
@@ -29,7 +30,7 @@ class Terminal:
 
     def __init__(self, deadline):
         self._deadline = deadline
-        self._bash = subprocess.Popen(["/usr/bin/bash", "-euo", "pipefail"], stdin=subprocess.PIPE,
+        self._bash = subprocess.Popen(SHELL, stdin=subprocess.PIPE,
                                       stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self._shown = b""
 
