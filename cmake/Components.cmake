@@ -42,8 +42,11 @@ endif()
 # Stem_test.cpp and further files, each of its tests known to ctest and run in a process of its own; with PARTS, what each
 # of these filters names in one process. Under sanitizers and in an emulator ctest knows a program without PARTS as a whole:
 # to start one takes longer than most tests. Tests that read the test certificates find them through TSUC_TEST_PKI, made once before
-# the first of them (tests/pki).
+# the first of them (tests/pki). None for another platform than the host's: they stand on it.
 function(tsuc_test name)
+  if(NOT TSUC_ON_HOST_PLATFORM)
+    return()
+  endif()
   cmake_parse_arguments(arg "" "" "TESTS;SOURCES;PARTS;LINK" ${ARGN})
   list(TRANSFORM arg_TESTS APPEND _test.cpp)
   add_executable(${name} ${arg_TESTS} ${arg_SOURCES})
