@@ -44,7 +44,7 @@ def processor_ms(pid):
 def measure(unit, program, line, options):
     """Processor time and time of the clock, in ms, from the start of a program to a line of its log."""
     begun = time.perf_counter()
-    running = unit.start(program, options=options)
+    running = unit.start(program, options=options, is_confined=False)
     try:
         running.wait_for(line)
         taken = processor_ms(running.pid)

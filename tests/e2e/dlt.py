@@ -10,32 +10,32 @@ import time
 from bench.processes import free_port
 from running import DEADLINE_S
 
-# Where libdlt looks for the daemon's pipe inside the unit.
-PIPE = "tmp/dlt"
 CONFIGURATION = "ECUId = ECU1\nBindAddress = ::ffff:127.0.0.1\nUDPConnectionSetup = 0\n" \
                 "ControlSocketPath = /tmp/dlt-ctrl.sock\nLoggingMode = 3\n"
 LINE = re.compile(rb".* ECU1 (?P<application>\S{4}) (?P<context>\S{4}) log (?P<level>\S+) V 1 \[(?P<text>.*)\]\n")
 
 
 class DltDaemon:
-    """A real dlt-daemon inside `unit`; it works until `stop` or the unit is closed."""
+    """A real dlt-daemon inside `unit`; it works until `stop` or the unit is closed. `folder` has its pipes."""
 
-    def __init__(self, unit):
+    def __init__(self, unit, folder="tmp"):
         self._unit = unit
+        self._folder = folder
+        self._pipe = unit.root / folder / "dlt"
         self.port = free_port()
         (unit.root / "etc" / "dlt.conf").write_text(CONFIGURATION)
         self.running = None
 
     def start(self):
         """Returns when it takes messages and readers."""
-        self.running = self._unit.start("/usr/bin/dlt-daemon", "-p", str(self.port))
-        _await(lambda: (self._unit.root / PIPE).exists() and self._accepts())
+        self.running = self._unit.start("/usr/bin/dlt-daemon", "-p", str(self.port), "-t", f"/{self._folder}")
+        _await(lambda: self._pipe.exists() and self._accepts())
         return self
 
     def stop(self, *how):
         self.running.end(*how)
         # A daemon that was killed leaves its pipe behind.
-        (self._unit.root / PIPE).unlink(missing_ok=True)
+        self._pipe.unlink(missing_ok=True)
 
     def _accepts(self):
         with contextlib.suppress(ConnectionRefusedError), socket.create_connection(("127.0.0.1", self.port)):

@@ -1,4 +1,7 @@
-"""The log in DLT: a real DLT daemon in the unit, and a real tool that reads from it."""
+"""The log in DLT: a real DLT daemon in the unit, and a real tool that reads from it.
+
+The service as it comes has no right to that: but for the test of what the page gives it, these daemons have all rights.
+"""
 
 import pathlib
 import re
@@ -6,6 +9,7 @@ import signal
 
 import pytest
 
+import confinement
 import lifecycle
 from daemon import DAY, MOMENT, READY, REPORT_ENDED, SUBSCRIBED, process_status, threads
 from dlt import DltDaemon, Reader
@@ -44,7 +48,7 @@ def test_update_is_told_by_contexts_and_nowhere_else(daemon, gatherer):
     daemon.offer("TSC-2")
     daemon.configure(further=ONLY_DLT)
     with Reader(gatherer.start()) as reader:
-        running = daemon.start()
+        running = daemon.start(is_confined=False)
         reader.wait_for(line(SUBSCRIBED, "MQTT"))
         daemon.bench.publish_job()
         reader.wait_for(line(REPORT_ENDED))
@@ -61,7 +65,7 @@ def test_tells_what_standard_error_tells(daemon, gatherer):
     text, _ = daemon.bench.backend.make(daemon.bench.pki, container_id="TSC-1", moment=MOMENT)
     daemon.configure(level="verbose", further=DLT_AND_STDERR)
     gatherer.start()
-    result = daemon.unit.install(text)
+    result = daemon.unit.install(text, is_confined=False)
     with Reader(gatherer) as reader:
         reader.wait_for(("INTM", "info", "Unregistered ApID 'TU'"), "DLTD")
         assert sorted(in_short(reader.lines())) == sorted(result.log())
@@ -70,7 +74,7 @@ def test_tells_what_standard_error_tells(daemon, gatherer):
 def test_without_a_daemon_the_work_is_done_and_nothing_said_of_it(daemon):
     daemon.configure(further=ONLY_DLT)
     text, _ = daemon.bench.backend.make(daemon.bench.pki, container_id="TSC-1", moment=MOMENT)
-    result = daemon.unit.install(text)
+    result = daemon.unit.install(text, is_confined=False)
     assert (result.returncode, result.stderr) == (0, "")
     assert "DLT" not in result.stdout
     assert daemon.unit.records()[0] == "TSC-1"
@@ -80,7 +84,7 @@ def test_without_a_daemon_the_work_is_done_and_nothing_said_of_it(daemon):
 def test_daemon_that_comes_late_is_killed_and_comes_again_hears_all(daemon, gatherer):
     daemon.install("TSC-1")
     daemon.configure(broker=False, further=ONLY_DLT)
-    running = daemon.start()
+    running = daemon.start(is_confined=False)
     with Reader(gatherer.start()) as reader:
         reader.wait_for(line(READY))
     gatherer.stop(signal.SIGKILL)
@@ -98,7 +102,7 @@ def test_daemon_that_reads_no_more_holds_up_nobody(daemon, gatherer):
     daemon.configure(level="verbose", further=DLT_AND_STDERR)
     gatherer.start()
     gatherer.running.send_signal(signal.SIGSTOP)
-    running = daemon.start()
+    running = daemon.start(is_confined=False)
     running.wait_for(SUBSCRIBED)
     daemon.bench.publish_job()
     running.wait_for(REPORT_ENDED)
@@ -120,7 +124,7 @@ def test_signals_are_the_clients_own(daemon):
     told = []
     for sinks in ('sinks = ["stderr"]\n', DLT_AND_STDERR):
         daemon.configure(broker=False, further=sinks)
-        running = daemon.start()
+        running = daemon.start(is_confined=False)
         running.wait_for(READY)
         status = process_status(f"/proc/{running.pid}/status")
         told.append((status["SigCgt"], status["SigIgn"]))
@@ -130,6 +134,27 @@ def test_signals_are_the_clients_own(daemon):
     assert told[0] == told[1]
     assert len(blocked) == 2
     assert all(int(each, 16) >> signal.SIGTERM - 1 & 1 for each in blocked)
+
+
+def test_service_with_the_rights_of_the_page_logs_to_dlt(daemon, monkeypatch):
+    page = (SOURCE / "docs" / "host-platform.md").read_text()
+    added = dict(re.findall(r"^    (Environment|ReadWritePaths|SystemCallFilter)=(.*)$", page, re.MULTILINE))
+    variable, folder = added["Environment"].split("=")
+    assert added["ReadWritePaths"] == folder
+    calls = confinement.allowed_calls() | set(added["SystemCallFilter"].split())
+    monkeypatch.setattr(confinement, "allowed_calls", lambda: calls)
+    monkeypatch.setattr(confinement, "filter_program", confinement.filter_program.__wrapped__)
+    daemon.configure(broker=False, further=ONLY_DLT)
+    pipes = daemon.unit.root / folder[1:]
+    pipes.mkdir()
+    gatherer = DltDaemon(daemon.unit, folder[1:]).start()
+    # Made by the test's user, whom the daemon is not.
+    for path in (pipes, pipes / "dltpipes", pipes / "dlt"):
+        path.chmod(0o1777 if path.name == "dltpipes" else 0o755 if path.is_dir() else 0o622)
+    running = daemon.start(env={variable: folder}, options=["--bind", str(pipes), folder])
+    with Reader(gatherer) as reader:
+        reader.wait_for(line(READY))
+    assert running.end() == (0, [])
 
 
 def test_page_tells_every_context():
