@@ -24,3 +24,8 @@ file(COPY ${CPACK_PACKAGE_DIRECTORY}/truststore-update-client.spdx.json
 execute_process(
   COMMAND find ${CPACK_TEMPORARY_DIRECTORY} -exec touch --no-dereference --date=@$ENV{SOURCE_DATE_EPOCH} {} +
   COMMAND_ERROR_IS_FATAL ANY)
+# Next comes dpkg-shlibdeps: which package a library of the sysroot is of, the sysroot knows (cmake/arm64-sysroot.sh).
+if(CPACK_TSUC_SYSROOT)
+  set(ENV{DPKG_ADMINDIR} ${CPACK_TSUC_SYSROOT}/var/lib/dpkg)
+  set(ENV{DEB_HOST_ARCH} ${CPACK_TSUC_ARCHITECTURE})
+endif()
