@@ -78,8 +78,12 @@ class Reader:
 
     def wait_for(self, line, application="TU"):
         """Waits for one line."""
+        assert self.hears(line, DEADLINE_S, application), self._lines[-100:]
+
+    def hears(self, line, seconds, application="TU"):
+        """Whether a line comes within so many seconds, or has come."""
         with self._changed:
-            assert self._changed.wait_for(lambda: line in self.lines(application), DEADLINE_S), self._lines[-100:]
+            return self._changed.wait_for(lambda: line in self.lines(application), seconds)
 
 
 def _await(condition):

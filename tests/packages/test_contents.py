@@ -117,7 +117,7 @@ def test_versions_are_that_of_the_changelog(packages, source):
 
 def test_libraries_are_named_by_what_they_are_linked_with(daemon_package):
     needed = re.findall(r"[^ ,]+", re.sub(r"\([^)]*\)", "", daemon_package.field("Depends")))
-    for library in ("libbotan-2-19", "libc6", "libmosquitto1", "libprotobuf32", "libsqlite3-0", "libssl3", "libstdc++6"):
+    for library in ("libbotan-2-19", "libc6", "libmosquitto1", "libprotobuf-lite32", "libsqlite3-0", "libssl3", "libstdc++6"):
         assert library in needed
 
 
