@@ -41,7 +41,8 @@ class Threads:
         self._pid = pid
         self._end = threading.Event()
         self._watch = threading.Thread(target=self._run)
-        self.most = 0
+        # However quick it is, it is seen once.
+        self.most = len(threads(pid))
 
     def __enter__(self):
         self._watch.start()
@@ -75,7 +76,7 @@ def assert_within_limits(daemon, outcome=UPDATE_ENDED):
     peak = int(process_status(f"/proc/{running.pid}/status")["VmHWM"].removesuffix(" kB")) * 1024
     print(f"peak {peak / MEBIBYTE:.0f} MiB, {seen.most} threads")
     assert 2 * peak <= limit("MemoryMax", "M") * MEBIBYTE, peak
-    assert 0 < 2 * seen.most <= limit("TasksMax")
+    assert 2 * seen.most <= limit("TasksMax")
 
 
 @pytest.mark.long
