@@ -10,7 +10,7 @@ from pages import PAGES, SOURCE, Block, blocks_of, session_of, text_of
 
 # Blocks that nobody runs: a new one is a decision.
 NOT_RUN = {"README.md": 3, "docs/CONTRIBUTING.md": 1, "docs/arm64.md": 1, "docs/benchmarks.md": 7, "docs/fuzzing.md": 2,
-           "docs/operate.md": 1, "docs/tsc.md": 2}
+           "docs/integrate.md": 1, "docs/operate.md": 1, "docs/tsc.md": 2}
 MARKED = ("run in", "run as", "run on", "run by", "not run")
 
 
