@@ -26,11 +26,14 @@ function(tsuc_component name)
   endif()
 endfunction()
 
-# How long a whole test program may take; and in a cross build what its filter leaves out, as the end of the filter.
+# How long a whole test program may take, how its own code is compiled; and in a cross build what its filter leaves out, as
+# the end of the filter.
 set(TSUC_PROGRAM_TIMEOUT 600)
+set(TSUC_TEST_OPTIMISATION -O0)
 set(TSUC_SKIPPED "")
 if(CMAKE_CROSSCOMPILING)
   set(TSUC_PROGRAM_TIMEOUT 1800)
+  set(TSUC_TEST_OPTIMISATION -O1)
   file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/emulator-skips.txt skipped REGEX "^[^#]")
   set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
     ${CMAKE_CURRENT_LIST_DIR}/emulator-skips.txt)
@@ -82,7 +85,7 @@ if(TSUC_SANITIZE MATCHES "thread")
 endif()
 
 # tsuc_compile_quickly(TEST): the tests' own code need not be quick, and what every test includes is read once. It takes
-# two thirds off their build. (_FORTIFY_SOURCE wants optimised code.)
+# two thirds off their build. (_FORTIFY_SOURCE wants optimised code.) In an emulator slow code is ten times as slow.
 function(tsuc_compile_quickly name)
   if(NOT TARGET tsuc_test_headers)
     file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/test_headers.cpp CONTENT "")
@@ -90,10 +93,10 @@ function(tsuc_compile_quickly name)
     target_link_libraries(tsuc_test_headers PRIVATE GTest::gmock tsuc_options)
     # As programs are compiled: what was read for a library does not fit.
     set_target_properties(tsuc_test_headers PROPERTIES POSITION_INDEPENDENT_CODE OFF)
-    target_compile_options(tsuc_test_headers PRIVATE -O0 -U_FORTIFY_SOURCE -fPIE)
+    target_compile_options(tsuc_test_headers PRIVATE ${TSUC_TEST_OPTIMISATION} -U_FORTIFY_SOURCE -fPIE)
     target_precompile_headers(tsuc_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
   endif()
-  target_compile_options(${name} PRIVATE -O0 -U_FORTIFY_SOURCE)
+  target_compile_options(${name} PRIVATE ${TSUC_TEST_OPTIMISATION} -U_FORTIFY_SOURCE)
   target_precompile_headers(${name} REUSE_FROM tsuc_test_headers)
 endfunction()
 

@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/UniqueFd.h"
+
 namespace tests {
 
 /// A process that runs until it ends or its object does.
@@ -25,9 +27,11 @@ class Command {
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_addopen(&actions, 1, outputPath.c_str(),
-                                       O_WRONLY | O_CREAT | O_APPEND, 0600);
-    ::posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    // Opened here: whoever reads it at once finds it, though the process may not have begun.
+    const support::UniqueFd output(
+        ::open(outputPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    for (const int stream : {1, 2})
+      ::posix_spawn_file_actions_adddup2(&actions, output.Get(), stream);
     const int error =
         ::posix_spawn(&process, arguments[0], &actions, nullptr, arguments.data(), environ);
     ::posix_spawn_file_actions_destroy(&actions);

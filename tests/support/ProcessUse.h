@@ -35,8 +35,8 @@ namespace tests {
   return EntriesOf("/proc/self/task");
 }
 
-/// Those that run now and did not then. The system lists a thread that has been joined for a moment more: one that ended
-/// just before then may be among them, or among these.
+/// Those that run now and did not then. The system lists a thread that has been joined for a moment
+/// more: one that ended just before then may be among them, or among these.
 [[nodiscard]] inline std::set<std::string> ThreadsSince(const std::set<std::string>& then) {
   std::set<std::string> since;
   for (const std::string& id : RunningThreads()) {
