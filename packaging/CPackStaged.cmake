@@ -16,7 +16,7 @@ endforeach()
 execute_process(
   COMMAND ${CPACK_TSUC_SOURCE_DIR}/packaging/sbom.py
     --stage ${CPACK_TEMPORARY_DIRECTORY} --version ${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}
-    --architecture ${CPACK_TSUC_ARCHITECTURE} --compiler ${CPACK_TSUC_COMPILER}
+    --architecture ${CPACK_TSUC_ARCHITECTURE} --compiler ${CPACK_TSUC_COMPILER} --sysroot=${CPACK_TSUC_SYSROOT}
     --output ${CPACK_PACKAGE_DIRECTORY}/truststore-update-client.spdx.json
   COMMAND_ERROR_IS_FATAL ANY)
 file(COPY ${CPACK_PACKAGE_DIRECTORY}/truststore-update-client.spdx.json

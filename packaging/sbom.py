@@ -1,11 +1,12 @@
 #!/usr/bin/python3
 """The bill of materials of the packages, SPDX 2.3 in JSON: our packages and each of their files, what they link and run, and
-what built them, with versions and declared licences as the Debian packages of this machine tell them. Run by cpack on the
-staged files; the same files, tools and time make the same document."""
+what built them, with versions and declared licences as the Debian packages of this machine tell them, or of the sysroot of
+a cross build. Run by cpack on the staged files; the same files, tools and time make the same document."""
 
 import argparse
 import datetime
 import functools
+import glob
 import hashlib
 import json
 import os
@@ -52,9 +53,9 @@ class Licenses:
     def __init__(self):
         self.extracted = {}
 
-    def declared(self, package, version):
+    def declared(self, package, version, sysroot):
         """What a package's copyright file says of most of it."""
-        text = pathlib.Path(f"/usr/share/doc/{package}/copyright").read_text("utf-8")
+        text = pathlib.Path(f"{sysroot}/usr/share/doc/{package}/copyright").read_text("utf-8")
         found = re.search(r"^Files:\s*\*\s*\n(?:(?!\n\n)(?:.|\n))*?^License:[ \t]*(.+)$", text, re.MULTILINE)
         if not found:
             return self._reference(f"Debian-{package}", f"The licences that /usr/share/doc/{package}/copyright of the Debian "
@@ -72,29 +73,35 @@ class Licenses:
         return reference
 
 
-@functools.cache
-def debian_field(package, field):
-    return output("dpkg-query", "--show", f"--showformat=${{{field}}}\n", package).splitlines()[0]
+def dpkg_query(sysroot):
+    """The query of what is installed on this machine, or unpacked in a sysroot."""
+    return ["dpkg-query", *([f"--admindir={sysroot}/var/lib/dpkg"] if sysroot else [])]
 
 
 @functools.cache
-def owner(path):
+def debian_field(package, field, sysroot):
+    return output(*dpkg_query(sysroot), "--show", f"--showformat=${{{field}}}\n", package).splitlines()[0]
+
+
+@functools.cache
+def owner(path, sysroot=""):
     """The Debian package of a file, by the path that dpkg knows: with or without /usr, links followed or not."""
     for candidate in (os.path.realpath(path), os.path.realpath(path).removeprefix("/usr"), path):
-        done = subprocess.run(["dpkg-query", "--search", candidate], capture_output=True, text=True, check=False)
+        done = subprocess.run([*dpkg_query(sysroot), "--search", candidate], capture_output=True, text=True, check=False)
         if done.returncode == 0:
             return done.stdout.splitlines()[0].split(":")[0]
     raise SystemExit(f"sbom.py: no Debian package has {path}")
 
 
 @functools.cache
-def library_package(soname):
-    """The Debian package of a library; that of this machine's architecture, whose versions are those of the others."""
-    triplet = output("dpkg-architecture", "--query", "DEB_BUILD_MULTIARCH").strip()
-    found = [path for folder in ("/lib", "/usr/lib") if os.path.exists(path := f"{folder}/{triplet}/{soname}")]
+def library_package(soname, sysroot):
+    """The Debian package of a library, or of the loader."""
+    triplet = "*" if sysroot else output("dpkg-architecture", "--query", "DEB_BUILD_MULTIARCH").strip()
+    folders = (f"lib/{triplet}", f"usr/lib/{triplet}", "lib")
+    found = [path for folder in folders for path in glob.glob(f"{sysroot}/{folder}/{soname}")]
     if not found:
-        raise SystemExit(f"sbom.py: {soname}: neither ours nor of this machine")
-    return owner(found[0])
+        raise SystemExit(f"sbom.py: {soname}: neither ours nor of {sysroot or 'this machine'}")
+    return owner(found[0], sysroot)
 
 
 def needed(path):
@@ -116,25 +123,25 @@ def staged_files(folder):
 class Document:
     """The bill while it is written."""
 
-    def __init__(self, version, moment, architecture):
-        self.version, self.moment, self.architecture = version, moment, architecture
+    def __init__(self, version, moment, architecture, sysroot):
+        self.version, self.moment, self.architecture, self.sysroot = version, moment, architecture, sysroot
         self.licenses = Licenses()
         self.packages, self.files, self.relationships = {}, [], set()
 
     def relate(self, element, kind, other):
         self.relationships.add((element, kind, other))
 
-    def add_debian(self, package):
-        """A Debian package of this machine; returns its identifier."""
+    def add_debian(self, package, sysroot=""):
+        """A Debian package of this machine, or of the sysroot; returns its identifier."""
         identifier = spdx_id("Debian", package)
         if identifier not in self.packages:
-            version = debian_field(package, "Version")
+            version = debian_field(package, "Version", sysroot)
             self.packages[identifier] = {
                 "SPDXID": identifier, "name": package, "versionInfo": version,
-                "supplier": "Organization: " + re.sub(r"\s*<.*", "", debian_field(package, "Maintainer")),
+                "supplier": "Organization: " + re.sub(r"\s*<.*", "", debian_field(package, "Maintainer", sysroot)),
                 "downloadLocation": "NOASSERTION", "filesAnalyzed": False, "copyrightText": "NOASSERTION",
-                "licenseConcluded": "NOASSERTION", "licenseDeclared": self.licenses.declared(package, version),
-                "externalRefs": [purl("debian", package, version, debian_field(package, "Architecture"))]}
+                "licenseConcluded": "NOASSERTION", "licenseDeclared": self.licenses.declared(package, version, sysroot),
+                "externalRefs": [purl("debian", package, version, debian_field(package, "Architecture", sysroot))]}
         return identifier
 
     def add_own(self, component, folder):
@@ -154,7 +161,7 @@ class Document:
         for file_id, _ in listed:
             self.relate(identifier, "CONTAINS", file_id)
         for package in COMPILED_IN[component]:
-            self.relate(identifier, "STATIC_LINK", self.add_debian(package))
+            self.relate(identifier, "STATIC_LINK", self.add_debian(package, self.sysroot))
         for package in RUN[component]:
             self.relate(identifier, "DEPENDS_ON", self.add_debian(package))
         return identifier
@@ -163,7 +170,8 @@ class Document:
         """The libraries that the programs below `folder` link, but for those named in `own`."""
         for path in filter(is_elf, staged_files(folder)):
             for soname in set(needed(path)) - own:
-                self.relate(identifier, "DYNAMIC_LINK", self.add_debian(library_package(soname)))
+                package = library_package(soname, self.sysroot)
+                self.relate(identifier, "DYNAMIC_LINK", self.add_debian(package, self.sysroot))
 
     def _add_file(self, package, folder, path):
         content = path.read_bytes()
@@ -207,10 +215,12 @@ def main():
     parser.add_argument("--version", required=True, help="of our packages")
     parser.add_argument("--architecture", required=True, help="of our packages, as Debian names it")
     parser.add_argument("--compiler", required=True, help="path of the compiler")
+    parser.add_argument("--sysroot", default="", help="of a cross build: what our programs are compiled and linked against")
     parser.add_argument("--output", type=pathlib.Path, required=True)
     options = parser.parse_args()
     moment = datetime.datetime.fromtimestamp(int(os.environ["SOURCE_DATE_EPOCH"]), datetime.timezone.utc)
-    document = Document(options.version, moment.strftime("%Y-%m-%dT%H:%M:%SZ"), options.architecture)
+    document = Document(options.version, moment.strftime("%Y-%m-%dT%H:%M:%SZ"), options.architecture,
+                        options.sysroot)
 
     own = {path.name for path in options.stage.glob(f"daemon/usr/lib/{NAME}/*.so")}
     identifiers = {component: document.add_own(component, options.stage / component) for component in PACKAGES}
