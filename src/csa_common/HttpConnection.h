@@ -49,7 +49,7 @@ class HttpConnection : public HttpConnectionIf {
   ///
   /// After kHttpReceiveFailed the stream is left open, and nobody closes it any more; after
   /// everything else, an exception included, it is closed. Blocks for the connector's
-  /// SocketConnect, up to 20 s for the first answer and up to 10 s between two pieces of it.
+  /// SocketConnect, up to 20 + 10 s for the first answer, 10 s between two pieces of it.
   [[nodiscard]] unsigned int Get(HttpProtocol& protocol, const std::string& service,
                                  const std::string& url) const override;
   [[nodiscard]] unsigned int Post(HttpProtocol& protocol, const std::string& service,

@@ -54,8 +54,8 @@ class LumoConnector::Impl {
       topicListener = nullptr;
     }
     streams.Stop();
-    events.Stop();
     EndJobs();
+    events.Stop();
   }
 
   [[nodiscard]] SessionStatus Status() const EXCLUDES(mutex) {

@@ -42,13 +42,15 @@ LumoSocketResult Streams::Connect(const std::string& operationTypeId) {
   if (const int error = AddressOf(PeerOf(operationTypeId), address); error != 0) {
     return Failure(error);
   }
-  support::UniqueFd stream(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  // Not to wait for a peer that takes nobody: it would hold up Stop.
+  support::UniqueFd stream(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const support::MutexLock lock(mutex);
   if (stopped) return Failure(ECANCELED);
   ForgetEnded();
   if (::connect(stream.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return Failure(errno);
   }
+  ::fcntl(stream.Get(), F_SETFL, 0);
   support::UniqueFd further(::fcntl(stream.Get(), F_DUPFD_CLOEXEC, 0));
   if (further.Get() < 0) return Failure(errno);
   open.push_back(std::move(further));
