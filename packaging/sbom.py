@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""The bill of materials of the packages, SPDX 2.3 in JSON: our packages and each of their files, what they link and run, and
-what built them, with versions and declared licences as the Debian packages of this machine tell them, or of the sysroot of
-a cross build. Run by cpack on the staged files; the same files, tools and time make the same document."""
+"""The bill of materials of the packages, SPDX 2.3 in JSON: our packages and each of their files, what they link, run
+and are built by, with versions and declared licences as the Debian packages of this machine tell them, or of the sysroot
+of a cross build. Run by cpack on the staged files; the same files, tools and time make the same document."""
 
 import argparse
 import datetime
@@ -26,7 +26,7 @@ COMPILED_IN = {
     "bench": [],
 }
 RUN = {"daemon": [], "tools": [], "bench": ["python3", "python3-cryptography", "python3-paho-mqtt", "python3-protobuf",
-                                            "protobuf-compiler", "mosquitto", "openssl"]}
+                                            "protobuf-compiler", "mosquitto", "openssl", "bubblewrap"]}
 BUILD_TOOLS = ["cmake", "ninja-build", "protobuf-compiler", "binutils", "dpkg-dev"]
 # Debian's short names, in lower case, where SPDX has another one.
 SPDX_LICENSES = {
@@ -58,10 +58,11 @@ class Licenses:
         text = pathlib.Path(f"{sysroot}/usr/share/doc/{package}/copyright").read_text("utf-8")
         found = re.search(r"^Files:\s*\*\s*\n(?:(?!\n\n)(?:.|\n))*?^License:[ \t]*(.+)$", text, re.MULTILINE)
         if not found:
-            return self._reference(f"Debian-{package}", f"The licences that /usr/share/doc/{package}/copyright of the Debian "
-                                   f"package {package} {version} tells.")
+            return self._reference(f"Debian-{package}", f"The licences that /usr/share/doc/{package}/copyright of the "
+                                   f"Debian package {package} {version} tells.")
         words = re.split(r" +(or|and) +", found[1].strip())
-        return " ".join(word.upper() if word in ("or", "and") else self._license(word, package, version) for word in words)
+        return " ".join(word.upper() if word in ("or", "and") else self._license(word, package, version)
+                        for word in words)
 
     def _license(self, name, package, version):
         return SPDX_LICENSES.get(name.lower()) or self._reference(
@@ -204,9 +205,9 @@ class Document:
 def purl(kind, name, version, architecture):
     """A package URL."""
     quoted = version.replace("+", "%2B").replace(":", "%3A")
-    plus = name.replace("+", "%2B")
+    path = ("deb/debian/" if kind == "debian" else "generic/") + name.replace("+", "%2B")
     return {"referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
-            "referenceLocator": f"pkg:{'deb/debian' if kind == 'debian' else 'generic'}/{plus}@{quoted}?arch={architecture}"}
+            "referenceLocator": f"pkg:{path}@{quoted}?arch={architecture}"}
 
 
 def main():

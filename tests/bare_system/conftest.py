@@ -9,8 +9,8 @@ import pytest
 HERE = pathlib.Path(__file__).resolve().parent
 SOURCE = HERE.parents[1]
 PACKAGES = "/root/packages"
-ENVIRONMENT = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root", "LC_ALL": "C.UTF-8",
-               "DEBIAN_FRONTEND": "noninteractive"}
+ENVIRONMENT = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root",
+               "LC_ALL": "C.UTF-8", "DEBIAN_FRONTEND": "noninteractive"}
 DEADLINE_S = 900
 
 
@@ -49,6 +49,8 @@ class BareSystem:
     def __init__(self, root, build_dir):
         self.root, self.build_dir = root, build_dir
         shutil.copy(HERE / "systemctl", root / "usr/local/sbin/systemctl")
+        # Maintainer scripts find it, too.
+        (root / "etc/apt/apt.conf.d/91path").write_text(f'DPkg::Path "{ENVIRONMENT["PATH"]}";\n')
         for name in ("resolv.conf", "hosts"):
             shutil.copy(pathlib.Path("/etc") / name, root / "etc" / name)
         self.put_packages(build_dir / "packages")
@@ -62,15 +64,16 @@ class BareSystem:
             shutil.copy(path, target)
 
     def sandbox(self):
-        """The beginning of a command that sees this machine's files, its own processes, and the system's /proc and /dev."""
+        """Begins a command that sees this machine's files, its own processes and the system's /proc and /dev."""
         return ["bwrap", "--dev-bind", "/", "/", "--bind", self.root, self.root, "--proc", "/proc", "--dev",
-                self.root / "dev", "--proc", self.root / "proc", "--unshare-pid", "--die-with-parent", "--cap-add", "ALL"]
+                self.root / "dev", "--proc", self.root / "proc", "--unshare-pid", "--die-with-parent",
+                "--cap-add", "ALL"]
 
     def run(self, script):
         """Runs a script of bash in the folder of the packages; returns what it shows. Fails with it."""
         command = [*self.sandbox(), "chroot", self.root, "bash", "-euo", "pipefail", "-c", f"cd {PACKAGES}\n{script}"]
-        done = subprocess.run(list(map(str, command)), env=ENVIRONMENT, stdin=subprocess.DEVNULL, text=True, check=False,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=DEADLINE_S)
+        done = subprocess.run(list(map(str, command)), env=ENVIRONMENT, stdin=subprocess.DEVNULL, text=True,
+                              check=False, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=DEADLINE_S)
         assert done.returncode == 0, f"{script}\n{done.stdout[-6000:]}"
         return done.stdout
 

@@ -1,5 +1,5 @@
-"""From a bare Debian, our package files and apt's mirror to a unit that updates itself, and back: what the documentation
-says, word for word, and what becomes of files on the way."""
+"""From a bare Debian, our package files and apt's mirror to a unit that updates itself, and back: what the
+documentation says, word for word, and what becomes of files on the way."""
 
 import dataclasses
 import hashlib
@@ -21,7 +21,8 @@ CONFIGURATION = f"/etc/{USER}/host-platform.toml"
 INSTALLED = f"{STATE}/trust-store/installed"
 MARKER = "/tmp/truststoreupdate_success"
 # What apt, dpkg and systemd keep for themselves, and what the test brings.
-OTHERS = ("/var/lib/dpkg", "/var/lib/apt", "/var/cache", "/var/log", "/root", "/srv", "/proc", "/dev", "/run/bare-system.pid")
+OTHERS = ("/var/lib/dpkg", "/var/lib/apt", "/var/cache", "/var/log", "/root", "/srv", "/proc", "/dev",
+          "/run/bare-system.pid")
 # Whose, how, and what for: as the first start finds it.
 FOLDERS = {
     f"{STATE}/trust-store/factory": "root:root 755",
@@ -53,13 +54,14 @@ def test_documentation_leads_from_a_bare_system_to_an_update_and_back(bare_syste
     assert len([block for block in blocks if "apt" in block.text]) >= 3
     # Where systemd runs; the stand-in does what is asked of it.
     bare_system.path("/run/systemd/system").mkdir(parents=True)
-    begin = Block("", 0, "", "sh", f"cd {PACKAGES}; apt-get update -q\n")
+    blocks.insert(0, Block("", 0, "", "sh", f"cd {PACKAGES}; apt-get update -q\n"))
     command = [*bare_system.sandbox(), HERE / "session_in_root.py", bare_system.root, str(DEADLINE_S)]
-    done = subprocess.run(list(map(str, command)), env=ENVIRONMENT, input=json.dumps([dataclasses.asdict(block)
-                          for block in (begin, *blocks)]), capture_output=True, text=True, check=False, timeout=DEADLINE_S + 60,
-                          cwd="/")
+    done = subprocess.run(list(map(str, command)), input=json.dumps([dataclasses.asdict(block) for block in blocks]),
+                          env=ENVIRONMENT, capture_output=True, text=True, check=False, cwd="/",
+                          timeout=DEADLINE_S + 60)
     journal = bare_system.path("/var/log/truststore-update-client.journal")
-    assert done.stdout == "done\n", done.stdout + (journal.read_text()[-4000:] if journal.exists() else done.stderr[-4000:])
+    told = journal.read_text() if journal.exists() else done.stderr
+    assert done.stdout == "done\n", done.stdout + told[-4000:]
     left = [path for path in bare_system.listing(*OTHERS) if "truststore" in path or path.startswith("run/csc")]
     assert left == []
 
@@ -102,7 +104,7 @@ def check_installed(system):
 def check_starts_with_the_example(system):
     system.run(f"systemctl start {USER}; tsuc-platformctl status; systemctl stop {USER}")
     journal = system.path("/var/log/truststore-update-client.journal").read_text()
-    assert "Trust Store Update Client Ready" in journal
+    assert "Truststore Update Client Ready" in journal
     assert "host-platform.toml:" not in journal
 
 

@@ -30,8 +30,8 @@ def fixture_programs(packages):
 def fixture_commands(build_dir):
     """How the sources of the packaged programs were compiled."""
     entries = json.loads((build_dir / "compile_commands.json").read_text())
-    asked = subprocess.run(["ninja", "-C", build_dir, "-t", "inputs", "package_contents"], check=True, capture_output=True,
-                           text=True).stdout.splitlines()
+    asked = subprocess.run(["ninja", "-C", build_dir, "-t", "inputs", "package_contents"], check=True,
+                           capture_output=True, text=True).stdout.splitlines()
     sources = {str(build_dir / name) if not name.startswith("/") else name for name in asked}
     found = [entry for entry in entries if str(pathlib.Path(build_dir, entry["file"])) in sources]
     assert len(found) > 100
@@ -77,12 +77,13 @@ def test_stacks_are_protected(programs):
 
 
 def test_compilers_recorded_the_flags_in_each_unit(programs, build_dir):
-    """What is packaged is what stands in the build folder, whose debug information tells the flags that were in effect."""
+    """What is packaged is what stands in the build folder, whose debug information tells the flags in effect."""
     built = {path.name: path for folder in ("bin", "lib") for path in (build_dir / folder).iterdir()}
     for name, path in programs.items():
         notes = readelf(path, "--notes")
         assert "Build ID" in notes and notes == readelf(built[name], "--notes"), name
-        units = re.findall(r"DW_AT_producer.*(GNU C\+\+.*)", readelf(built[name], "--debug-dump=info", "--dwarf-depth=1"))
+        information = readelf(built[name], "--debug-dump=info", "--dwarf-depth=1")
+        units = re.findall(r"DW_AT_producer.*(GNU C\+\+.*)", information)
         assert units
         for flag in ("-O2", "-fstack-clash-protection", "-fstack-protector-strong"):
             assert [unit for unit in units if flag not in unit.split()] == [], f"{name}: {flag}"
@@ -103,8 +104,8 @@ def test_the_c_library_takes_the_third_level_of_fortification(commands):
     command = next(command for command in commands if command[-1].endswith("main.cpp"))
     flags = [flag for flag in command[1:] if re.match(r"-(O|D|f|std)", flag)]
     compiler = next(word for word in command if word.endswith("g++"))
-    macros = subprocess.run([compiler, *flags, "-dM", "-E", "-x", "c++", "-include", "cstdio", "-"], input="", check=True,
-                            capture_output=True, text=True).stdout
+    macros = subprocess.run([compiler, *flags, "-dM", "-E", "-x", "c++", "-include", "cstdio", "-"], input="",
+                            check=True, capture_output=True, text=True).stdout
     assert "#define __USE_FORTIFY_LEVEL 3\n" in macros
 
 

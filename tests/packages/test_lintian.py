@@ -5,7 +5,8 @@ import subprocess
 
 
 def test_lintian_finds_no_error_and_no_warning(packages):
-    command = ["lintian", "--allow-root", "--fail-on", "error,warning", *(package.path for package in packages.values())]
+    command = ["lintian", "--allow-root", "--fail-on", "error,warning",
+               *(package.path for package in packages.values())]
     done = subprocess.run(command, capture_output=True, text=True, check=False)
     assert (done.returncode, done.stdout) == (0, "")
 

@@ -7,8 +7,8 @@ import subprocess
 
 import pytest
 
-BENCH_COMMANDS = ("container", "job", "token", "revoke", "unrevoke", "forget", "misbehave", "behave", "broker", "responder",
-                  "alert", "proxy", "reports", "requests", "listeners", "status", "stop")
+BENCH_COMMANDS = ("container", "job", "token", "revoke", "unrevoke", "forget", "misbehave", "behave", "broker",
+                  "responder", "alert", "proxy", "reports", "requests", "listeners", "status", "stop")
 # The ways to each command's own help.
 COMMANDS = {
     "tsc": [[], *([name] for name in ("create", "inspect", "verify", "job", "report", "switches"))],
@@ -48,7 +48,8 @@ def fixture_environment(root):
 
 
 def help_of(environment, program, words):
-    return subprocess.run([program, *words, "--help"], env=environment, capture_output=True, text=True, check=True).stdout
+    return subprocess.run([program, *words, "--help"], env=environment, capture_output=True, text=True,
+                          check=True).stdout
 
 
 def options_in(help_text):
@@ -144,8 +145,8 @@ read -r _ _ function _ < <(complete -p "$1")
 "$function" "$1" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}"
 printf '%s\\n' "${COMPREPLY[@]}"
 """
-    done = subprocess.run(["bash", "-uc", script, "bash", program, line], cwd=root, env=environment, capture_output=True,
-                          text=True, check=True)
+    done = subprocess.run(["bash", "-uc", script, "bash", program, line], cwd=root, env=environment,
+                          capture_output=True, text=True, check=True)
     assert done.stderr == ""
     return done.stdout.split()
 

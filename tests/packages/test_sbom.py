@@ -58,7 +58,8 @@ def test_each_package_has_what_is_required(bill):
 def test_licences_are_names_of_spdx_or_told_in_the_document(bill):
     told = {each["licenseId"]: each["extractedText"] for each in bill["hasExtractedLicensingInfos"]}
     assert all(re.fullmatch(r"LicenseRef-[A-Za-z0-9.-]+", each) for each in told) and all(told.values())
-    used = {name for package in bill["packages"] for name in re.split(" OR | AND ", package["licenseDeclared"])} - {"NONE"}
+    used = {name for package in bill["packages"] for name in re.split(" OR | AND ", package["licenseDeclared"])}
+    used.discard("NONE")
     assert used <= LICENSES | set(told)
     assert set(told) <= used
 
@@ -101,7 +102,8 @@ def test_run_needs_of_the_bench_are_its_dependencies(bill, packages):
     needed = {names[each["relatedSpdxElement"]] for each in bill["relationships"]
               if (each["spdxElementId"], each["relationshipType"]) == (
                   "SPDXRef-Package-truststore-update-client-bench", "DEPENDS_ON")}
-    assert needed == {part.split(" ")[0] for part in packages["truststore-update-client-bench"].field("Depends").split(", ")}
+    depends = packages["truststore-update-client-bench"].field("Depends").split(", ")
+    assert needed == {part.split(" ")[0] for part in depends}
 
 
 def test_versions_are_those_of_this_machine(bill):
@@ -114,7 +116,8 @@ def test_versions_are_those_of_this_machine(bill):
 
 def test_compiler_and_generator_are_told(bill):
     names = {each["SPDXID"]: each["name"] for each in bill["packages"]}
-    tools = {names[each["spdxElementId"]] for each in bill["relationships"] if each["relationshipType"] == "BUILD_TOOL_OF"}
+    tools = {names[each["spdxElementId"]] for each in bill["relationships"]
+             if each["relationshipType"] == "BUILD_TOOL_OF"}
     assert {"cmake", "protobuf-compiler"} < tools and any(re.match(r"g\+\+", name) for name in tools)
 
 
