@@ -125,6 +125,14 @@ def fixture_backend(other):
         peer.server_close()
 
 
+def log_to_its_end(running):
+    """Its whole log, ended in order by SIGTERM."""
+    running.send_signal(signal.SIGTERM)
+    code, log = running.wait()
+    assert code == 0
+    return log
+
+
 def bundles_of(log):
     return [line for line in log if line.startswith("info: other_platform: bundle ")]
 
@@ -132,9 +140,7 @@ def bundles_of(log):
 def test_empty_store_a_container_is_installed_and_reported(other, responders, backend):
     running = other.start()
     running.wait_for("info: Update Status was sent successfully.")
-    running.send_signal(signal.SIGTERM)
-    code, log = running.wait()
-    assert code == 0
+    log = log_to_its_end(running)
     assert READY in log
     assert [line.rpartition(", ")[0] + ", " for line in bundles_of(log)] == INSTALLED
     report = schema.status_report()
@@ -148,9 +154,7 @@ def test_revoked_signer_nothing_is_installed(other, pki, responders, backend):
         responder.read_index_again()
     running = other.start()
     running.wait_for("info: Update Status was sent successfully.")
-    running.send_signal(signal.SIGTERM)
-    code, log = running.wait()
-    assert code == 0
+    log = log_to_its_end(running)
     assert bundles_of(log) == []
     assert "info: Send Update Status to the Device Platform: STATUS_CODE_CERT_DECODE_ERROR" in log
 
@@ -162,8 +166,7 @@ def test_states_are_entered_and_confirmed(other):
     running.wait_for("info: other_platform: state kPrepSD (1) confirmed")
     other.tell("states", "kOn")
     running.wait_for("info: other_platform: state kOn (2) confirmed")
-    running.send_signal(signal.SIGTERM)
-    assert running.wait()[0] == 0
+    log_to_its_end(running)
 
 
 def test_job_of_the_broker_reaches_the_client(other):
@@ -171,15 +174,12 @@ def test_job_of_the_broker_reaches_the_client(other):
     running.wait_for(READY)
     other.tell("jobs", schema.job("TSC-1").SerializeToString().hex())
     running.wait_for("info: MQTT Message was received")
-    running.send_signal(signal.SIGTERM)
-    assert running.wait()[0] == 0
+    log_to_its_end(running)
 
 
 def test_end_terminating_is_reported_once_and_last(other):
     running = other.start()
     running.wait_for(READY)
-    running.send_signal(signal.SIGTERM)
-    code, log = running.wait()
-    assert code == 0
+    log = log_to_its_end(running)
     reports = [line for line in log if line in (RUNNING, TERMINATING)]
     assert (reports.count(TERMINATING), reports[-1], reports[0]) == (1, TERMINATING, RUNNING)
