@@ -1,10 +1,11 @@
-// What every trust store does, asked of the host's directory and of the one in memory that other
-// tests stand on.
+// What every trust store does, asked of the host's directory, of the other platform's, and of the
+// one in memory that other tests stand on.
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "platform/host/work_lock/WorkLock.h"
 #include "support/FileContents.h"
 #include "tests/doubles/FakeTrustStore.h"
+#include "tests/other_platform/TrustStoreInMemory.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tests {
@@ -27,7 +29,7 @@ std::string PemOf(const std::string& content) {
   return "-----BEGIN CERTIFICATE-----\n" + content + "\n-----END CERTIFICATE-----\n";
 }
 
-/// One implementation with a way to provision it.
+/// One implementation with a way to provision it, before its store is used.
 class Subject {
  public:
   virtual ~Subject() = default;
@@ -60,6 +62,22 @@ class DirectorySubject : public Subject {
   const TemporaryDirectory directory;
   platform_host::WorkLock lock{directory.Path() + "/work.lock"};
   platform_host::TrustStoreDirectory store{directory.Path(), lock};
+};
+
+class OtherPlatformSubject : public Subject {
+ public:
+  TrustStoreUpdateAPI& Store() override {
+    if (!store) store.emplace(factory.Path());
+    return *store;
+  }
+  void Provision(const std::string& name, const std::string& pem) override {
+    ASSERT_FALSE(store);
+    ASSERT_EQ(support::ReplaceFile(factory.Path() + "/" + name + ".pem", pem, 0644), 0);
+  }
+
+ private:
+  const TemporaryDirectory factory;
+  std::optional<other_platform::TrustStoreInMemory> store;
 };
 
 struct Implementation {
@@ -180,8 +198,8 @@ TEST_P(TrustStoreContract, InstalledWithOneWholeCertificate_InstalledRead) {
 }
 
 TEST_P(TrustStoreContract, OnlyWithoutCertificate_ReadAsItStands) {
-  ASSERT_TRUE(Install("A", ""));
   subject->Provision("B", "-----BEGIN PUBLIC KEY-----\n");
+  ASSERT_TRUE(Install("A", ""));
   EXPECT_EQ(Read("A"), "");
   EXPECT_EQ(Read("B"), "-----BEGIN PUBLIC KEY-----\n");
 }
@@ -245,9 +263,10 @@ TEST_P(TrustStoreContract, LargeBundle_Whole) {
 
 INSTANTIATE_TEST_SUITE_P(
     , TrustStoreContract,
-    ::testing::Values(Implementation{"Directory",
-                                     [] { return std::make_unique<DirectorySubject>(); }},
-                      Implementation{"Fake", [] { return std::make_unique<FakeSubject>(); }}),
+    ::testing::Values(
+        Implementation{"Directory", [] { return std::make_unique<DirectorySubject>(); }},
+        Implementation{"OtherPlatform", [] { return std::make_unique<OtherPlatformSubject>(); }},
+        Implementation{"Fake", [] { return std::make_unique<FakeSubject>(); }}),
     [](const auto& implementation) { return implementation.param.name; });
 
 }  // namespace

@@ -6,7 +6,6 @@
 
 #include "csc_logging/CSCLogging.h"
 #include "support/FileContents.h"
-#include "tests/other_platform/Surroundings.h"
 
 namespace other_platform {
 namespace {
@@ -50,6 +49,11 @@ int TrustStoreInMemory::ReadCertificateBundle(const std::string& name, std::stri
 }
 
 int TrustStoreInMemory::InstallCertificateBundle(const std::string& name, const std::string& pem) {
+  if (name.size() > kNameLimit) {
+    CSCLogging::LogError(CSCLogEntry()
+                         << "other_platform: a bundle's name has " << name.size() << " bytes");
+    return 1;
+  }
   try {
     const support::MutexLock lock(mutex);
     installed.insert_or_assign(name, pem);
@@ -72,13 +76,3 @@ int TrustStoreInMemory::RemoveAllTrustStores() {
 }
 
 }  // namespace other_platform
-
-namespace ostra::tee {
-
-std::shared_ptr<TrustStoreUpdateAPI> TrustStoreUpdateAPI::get_instance() {
-  static const auto store =
-      std::make_shared<other_platform::TrustStoreInMemory>(other_platform::kFactoryFolder);
-  return store;
-}
-
-}  // namespace ostra::tee

@@ -17,6 +17,9 @@ class TrustStoreInMemory : public ostra::tee::TrustStoreUpdateAPI {
   /// Bytes of one provisioned bundle.
   static constexpr std::size_t kBundleLimit = 1U << 20U;
 
+  /// Bytes of the name of a bundle that can be installed.
+  static constexpr std::size_t kNameLimit = 244;
+
   /// Nothing is installed; `factoryFolder`/NAME.pem is provisioned as NAME.
   explicit TrustStoreInMemory(const std::string& factoryFolder);
 
