@@ -15,7 +15,8 @@ from bench.pki import Pki
 from bench.responder import Responder
 from unit import Unit
 
-PROGRAM = "client_on_other_platform"
+# As the host's build names it; a build for the other platform has it as the client itself.
+PROGRAM = os.environ.get("TSUC_CLIENT", "client_on_other_platform")
 DOWNLOAD = "RUNA-TruststoreUpdate.CORequestTSC"
 REPORT = "RUNA-TruststoreUpdate.COReportTSCStatus"
 OCSP = {"root": "RUNA-TruststoreOCSP.COOCSPRequest", "ca-1": "RUNA-TruststoreOCSP.COModOCSPRequest"}
@@ -146,6 +147,12 @@ def test_empty_store_a_container_is_installed_and_reported(other, responders, ba
     report = schema.status_report()
     report.ParseFromString(backend.received[0])
     assert (schema.enum_name(report, "status_code"), len(backend.received)) == ("STATUS_CODE_SUCCESS", 1)
+
+
+def test_container_in_a_file_is_installed(other, responders):
+    result = other.unit.install(other.container, program=PROGRAM)
+    assert (result.returncode, result.status()) == (0, "SUCCESS"), result.stderr
+    assert [line.rpartition(", ")[0] + ", " for line in bundles_of(result.log())] == INSTALLED
 
 
 def test_revoked_signer_nothing_is_installed(other, pki, responders, backend):
