@@ -48,5 +48,5 @@ def fixture_sandbox(build_dir, tmp_path):
             (tmp_path / "bin" / name).chmod(0o755)
         text = json.dumps([dataclasses.asdict(block) for block in blocks])
         return subprocess.run([*command, sys.executable, str(HERE / "session.py"), str(clone)], env=environment,
-                              input=text, capture_output=True, check=False, text=True, timeout=100)
+                              input=text, capture_output=True, check=False, text=True, timeout=250)
     return run

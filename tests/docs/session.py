@@ -15,7 +15,7 @@ import subprocess
 import sys
 import time
 
-DEADLINE_S = 50
+DEADLINE_S = 200
 SHELL = ["/usr/bin/bash", "-euo", "pipefail"]
 UNTIL = re.compile(r'.*\ba terminal of its own, until "(.+)"')
 FILE = re.compile(r'a text in "(.+)"')
