@@ -1,5 +1,6 @@
 """The daemon as it runs for years: a unit with a bench of its own, and one process after the other in it."""
 
+import contextlib
 import datetime
 import json
 import os
@@ -154,10 +155,11 @@ class Daemon:
 
 
 def threads(pid):
-    """Names of a process' threads by their ids."""
+    """Names of a process' threads by their ids; one that ends meanwhile may be missing."""
     found = {}
     for task in os.listdir(f"/proc/{pid}/task"):
-        with open(f"/proc/{pid}/task/{task}/comm", encoding="ascii") as name:
+        with contextlib.suppress(FileNotFoundError, ProcessLookupError), \
+                open(f"/proc/{pid}/task/{task}/comm", encoding="ascii") as name:
             found[int(task)] = name.read().strip()
     return found
 

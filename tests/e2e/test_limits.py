@@ -1,5 +1,6 @@
 """The service's limits on memory and threads hold the largest answers that the connector lets through, twice over."""
 
+import os
 import re
 import threading
 
@@ -20,6 +21,8 @@ RUBBISH = {
     "of many parts": lambda size: "." * size,
     "behind a header": lambda size: "e30." + "A" * (size - 4),
 }
+# A counter of threads that has failed counts no more: that must not go unnoticed.
+pytestmark = pytest.mark.filterwarnings("error::pytest.PytestUnhandledThreadExceptionWarning")
 ENDLESS = ("endless-header-line", "endless-body", "big-body")
 
 
@@ -77,6 +80,12 @@ def assert_within_limits(daemon, outcome=UPDATE_ENDED):
     print(f"peak {peak / MEBIBYTE:.0f} MiB, {seen.most} threads")
     assert 2 * peak <= limit("MemoryMax", "M") * MEBIBYTE, peak
     assert 2 * seen.most <= limit("TasksMax")
+
+
+def test_a_thread_that_ends_while_threads_are_counted_is_left_out(monkeypatch):
+    ended = "4194305"  # above the kernel's highest id
+    monkeypatch.setattr(os, "listdir", lambda _: [ended, str(os.getpid())])
+    assert list(threads(os.getpid())) == [os.getpid()]
 
 
 @pytest.mark.long
