@@ -1,9 +1,12 @@
 """The client at work on a platform that shares nothing with the host's: tests/other_platform."""
 
 import os
+import pathlib
+import re
 import shutil
 import signal
 import socketserver
+import subprocess
 import threading
 
 import pytest
@@ -15,6 +18,7 @@ from bench.pki import Pki
 from bench.responder import Responder
 from unit import Unit
 
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
 # As the host's build names it; a build for the other platform has it as the client itself.
 PROGRAM = os.environ.get("TSUC_CLIENT", "client_on_other_platform")
 DOWNLOAD = "RUNA-TruststoreUpdate.CORequestTSC"
@@ -190,3 +194,16 @@ def test_end_terminating_is_reported_once_and_last(other):
     log = log_to_its_end(running)
     reports = [line for line in log if line in (RUNNING, TERMINATING)]
     assert (reports.count(TERMINATING), reports[-1], reports[0]) == (1, TERMINATING, RUNNING)
+
+
+def test_build_for_the_other_platform_has_the_client_and_nothing_of_the_hosts(tmp_path):
+    """As docs/integrate.md says; the compiler itself is left out, it has had each of the files for PROGRAM."""
+    page = (SOURCE / "docs" / "integrate.md").read_text()
+    option = re.search(r"^cmake --preset release -B \S+ (-DTSUC_PLATFORM=\S+)$", page, re.MULTILINE)[1]
+    command = ["cmake", "--preset", "release", "-B", str(tmp_path), option]
+    subprocess.run(command, cwd=SOURCE, check=True, capture_output=True, timeout=120)
+    told = subprocess.run(["cmake", "--build", str(tmp_path), "--target", "truststore-update-client", "--", "-n", "-v"],
+                          check=True, capture_output=True, text=True, timeout=60).stdout
+    assert f"{SOURCE}/src/TruststoreUpdateClient/main.cpp" in told
+    assert f"{SOURCE}/tests/other_platform/LumoConnector.cpp" in told
+    assert "platform/host/" not in told
