@@ -9,6 +9,7 @@ DOC = "/usr/share/doc"
 DAEMON_FILES = """\
 /etc/truststore-update-client-phm.ini
 /etc/truststore-update-client/host-platform.toml
+/lib/systemd/system/truststore-update-client-marker.service
 /lib/systemd/system/truststore-update-client.service
 /usr/lib/sysusers.d/truststore-update-client.conf
 /usr/lib/tmpfiles.d/truststore-update-client.conf
@@ -22,6 +23,7 @@ DAEMON_FILES = """\
 /usr/lib/truststore-update-client/libhost_control.so
 /usr/lib/truststore-update-client/libtruststore.so
 /usr/lib/truststore-update-client/libwork_lock_host.so
+/usr/lib/truststore-update-client/prepare-marker
 /usr/lib/truststore-update-client/prepare-switches
 /usr/sbin/truststore-update-client
 /usr/share/bash-completion/completions/truststore-update-client
@@ -77,6 +79,7 @@ def test_only_programs_are_executable(packages):
     executable = {path for package in packages.values() for path, (mode, _) in package.listing().items()
                   if mode.startswith("-") and "x" in mode}
     assert executable == {"/usr/sbin/truststore-update-client", "/usr/bin/tsc", "/usr/bin/tsuc-platformctl",
+                          "/usr/lib/truststore-update-client/prepare-marker",
                           "/usr/lib/truststore-update-client/prepare-switches",
                           "/usr/share/truststore-update-client/bench/bench.py"}
 

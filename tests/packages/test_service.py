@@ -9,11 +9,12 @@ import pytest
 
 import confinement
 
+MARKER_UNIT = confinement.UNIT_FILE.with_name("truststore-update-client-marker.service")
 DOCS = confinement.PACKAGING.parent / "docs" / "service.md"
 CONFIG_HEADER = confinement.PACKAGING.parent / "platform" / "host" / "config" / "HostConfig.h"
 EXPOSURE_LIMIT = 1.3
-PROGRAMS = ("usr/sbin/truststore-update-client", "usr/lib/truststore-update-client/prepare-switches",
-            "usr/bin/systemd-tmpfiles")
+PROGRAMS = ("usr/sbin/truststore-update-client", "usr/lib/truststore-update-client/prepare-marker",
+            "usr/lib/truststore-update-client/prepare-switches", "usr/bin/systemd-tmpfiles")
 
 
 def analyzed(*arguments):
@@ -50,7 +51,8 @@ def test_systemd_accepts_it(tmp_path):
         path.chmod(0o755)
     units = tmp_path / "usr" / "lib" / "systemd" / "system"
     units.mkdir(parents=True)
-    shutil.copy(confinement.UNIT_FILE, units)
+    for unit in (confinement.UNIT_FILE, MARKER_UNIT):
+        shutil.copy(unit, units)
     for target in ("time-sync", "network", "sysinit", "basic", "shutdown", "multi-user"):
         shutil.copy(pathlib.Path("/usr/lib/systemd/system", f"{target}.target"), units)
     done = analyzed(f"--root={tmp_path}", "--man=no", "verify", confinement.UNIT_FILE.name)
@@ -71,4 +73,13 @@ def test_it_is_started_for_ever_with_the_clock_set_and_once_a_day():
     found = confinement.settings()
     assert (found["Restart"], found["StartLimitIntervalSec"], found["RuntimeMaxSec"]) == (["always"], ["0"], ["24h"])
     assert found["Environment"] == ["TZ=UTC"]
-    assert "time-sync.target" in found["After"][0].split() and found["Wants"] == ["time-sync.target"]
+    assert "time-sync.target" in found["After"][0].split() and "time-sync.target" in found["Wants"]
+
+
+def test_the_marker_is_made_ready_first_however_often_the_service_starts():
+    found = confinement.settings()
+    assert MARKER_UNIT.name in found["Wants"] and MARKER_UNIT.name in found["After"]
+    marker = confinement.settings(MARKER_UNIT)
+    assert (marker["Type"], marker["StartLimitIntervalSec"]) == (["oneshot"], ["0"])
+    # What stands as done is not done again.
+    assert "RemainAfterExit" not in marker
