@@ -151,9 +151,13 @@ def folders(root):
     options = []
     for key, how in (("ReadWritePaths", "--bind"), ("ReadOnlyPaths", "--ro-bind")):
         for path in settings()[key]:
-            if path == SWITCHES or (path.startswith("-") and not (root / path[2:]).exists()):
+            is_optional, path = path.startswith("-"), path.lstrip("-")
+            if path.startswith("/dev/"):
+                options += ["--tmpfs", path, "--remount-ro", path]
                 continue
-            path = path.lstrip("-")
+            # A unit makes all of its /run read only at the end, as folders in it still have to be mounted.
+            if path in (SWITCHES, "/run") or (is_optional and not (root / path[1:]).exists()):
+                continue
             options += [how, str(root / path[1:]), path]
     return options
 
