@@ -33,7 +33,7 @@ SPDX_LICENSES = {
     "apache": "Apache-2.0", "apache-2.0": "Apache-2.0", "bsd-2-clause": "BSD-2-Clause", "bsd-3-clause": "BSD-3-Clause",
     "bsd-3-clause~google": "BSD-3-Clause", "edl-1.0": "BSD-3-Clause", "epl-1.0": "EPL-1.0", "epl-2.0": "EPL-2.0",
     "expat": "MIT", "mit": "MIT", "gpl-2+": "GPL-2.0-or-later", "gpl-3+": "GPL-3.0-or-later",
-    "lgpl-2.1+": "LGPL-2.1-or-later",
+    "lgpl-2+": "LGPL-2.0-or-later", "lgpl-2.1+": "LGPL-2.1-or-later", "mpl-2.0": "MPL-2.0",
 }
 
 

@@ -9,7 +9,7 @@ import pytest
 
 IDENTIFIER = r"SPDXRef-[A-Za-z0-9.-]+"
 LICENSES = {"Apache-2.0", "BSD-2-Clause", "BSD-3-Clause", "EPL-1.0", "EPL-2.0", "MIT", "GPL-2.0-or-later",
-            "GPL-3.0-or-later", "LGPL-2.1-or-later"}
+            "GPL-3.0-or-later", "LGPL-2.0-or-later", "LGPL-2.1-or-later", "MPL-2.0"}
 RELATIONSHIPS = {"DESCRIBES", "CONTAINS", "DYNAMIC_LINK", "STATIC_LINK", "DEPENDS_ON", "BUILD_TOOL_OF"}
 SBOM = "usr/share/doc/truststore-update-client/truststore-update-client.spdx.json"
 
@@ -123,3 +123,8 @@ def test_compiler_and_generator_are_told(bill):
 
 def test_document_beside_the_packages_is_the_same(build_dir, text):
     assert (build_dir / "packages" / "truststore-update-client.spdx.json").read_text() == text
+
+
+def test_a_licence_that_spdx_names_has_that_name(bill):
+    declared = {package["name"]: package["licenseDeclared"] for package in bill["packages"]}
+    assert (declared["libdlt2"], declared["bubblewrap"]) == ("MPL-2.0", "LGPL-2.0-or-later")
