@@ -109,8 +109,8 @@ function(tsuc_program name)
 endfunction()
 
 # tsuc_pytest(NAME [TIMEOUT seconds] [WORKERS count]): the Python tests of this folder as one test of ctest with the label
-# NAME, on the programs of this build; so many at a time, more than two where most of them wait. They start programs as
-# this machine's: a cross build has none of them.
+# NAME, on the programs of this build; so many at a time, more than two where most of them wait. They begin first:
+# they wait where others work. They start programs as this machine's: a cross build has none of them.
 function(tsuc_pytest name)
   if(CMAKE_CROSSCOMPILING)
     return()
@@ -126,6 +126,6 @@ function(tsuc_pytest name)
            COMMAND /usr/bin/python3 -m pytest -p no:cacheprovider -n ${arg_WORKERS} ${CMAKE_CURRENT_SOURCE_DIR}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(pytest_${name} PROPERTIES
-    TIMEOUT ${arg_TIMEOUT} FIXTURES_REQUIRED test_pki LABELS ${name}
+    TIMEOUT ${arg_TIMEOUT} COST ${arg_TIMEOUT} FIXTURES_REQUIRED test_pki LABELS ${name}
     ENVIRONMENT "PYTHONDONTWRITEBYTECODE=1;TSUC_BUILD_DIR=${PROJECT_BINARY_DIR};${TSUC_TEST_ENVIRONMENT}")
 endfunction()
